@@ -28,6 +28,8 @@ namespace wire {
 inline constexpr std::uint32_t protocol_version = 1;
 inline constexpr std::size_t max_message = 65536; // bytes, of any message
 inline constexpr std::size_t max_accept_names = 1000;
+inline constexpr std::size_t tp_name_size = 64;
+inline constexpr char socket_name[] = "broker.sock"; // in the node's directory
 
 enum class message_kind : std::uint16_t
 {
@@ -266,5 +268,17 @@ struct control_reply
     std::uint32_t more;
     std::uint32_t text_length;
 };
+
+// Which side sent a message.
+enum class sender
+{
+    program,
+    broker,
+};
+
+// True when the `size` bytes of a packet are one whole message of a kind that `from` sends: known kind, length that
+// fits the packet and the kind, counts that fit the length, a correlation exactly when it is no notice. Values inside
+// (a security type, a name) are not looked at.
+bool message_check(const void *message, std::size_t size, sender from);
 
 } // namespace wire

@@ -1,0 +1,37 @@
+// directory.hpp - where a node lives: the one rule by which programs, broker and control program find each other. libc
+// only, because the client library carries it too. No state, no lock.
+//
+// Files in a node's directory: broker.sock (the broker's socket), broker.lock (held by the broker for life),
+// start.lock (held while somebody starts a broker), broker.log, node.toml (configuration, when there is one),
+// problem.log, audit.log, cpic.trc.
+#pragma once
+
+#include <cstddef>
+
+namespace wire {
+
+// A path of this many characters, terminating zero not counted, still leaves room for "/broker.sock" in a socket
+// address.
+inline constexpr std::size_t max_directory = 95;
+
+// CPIC_NODE_DIR, else $XDG_RUNTIME_DIR/cpicnode, else /tmp/cpicnode-<uid>; an empty variable counts as not set. Zero
+// terminated; false: it is longer than max_directory, or not absolute.
+bool node_directory(char (&path)[max_directory + 1]);
+
+enum class directory_state
+{
+    good,
+    missing,
+    not_a_directory, // something else stands there, a symbolic link included
+    not_ours,        // another user owns it
+    open_to_others,  // group or others may write to it
+    failed,          // errno says why
+};
+
+// Looks at the directory that a path names; `make` makes it, mode 0700, when it is missing.
+directory_state directory_check(const char *path, bool make);
+
+// What is wrong and what to do, for a person; "" for good.
+const char *directory_advice(directory_state state);
+
+} // namespace wire
