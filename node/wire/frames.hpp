@@ -36,6 +36,7 @@ inline constexpr std::uint8_t flag_turn = 0x02;
 inline constexpr std::uint8_t flag_confirm = 0x04;
 inline constexpr std::uint8_t flag_end = 0x08; // DATA, ERROR: the conversation ends
 inline constexpr std::uint8_t flag_truncated = 0x10; // ERROR: it cut off the logical record that was being sent
+inline constexpr std::uint8_t flag_purging = 0x20; // ERROR: its sender discards all input up to the PURGED it is owed
 
 struct frame_header
 {
@@ -56,6 +57,14 @@ static_assert(sizeof(error_head) == 8);
 
 inline constexpr std::uint32_t max_payload = 65535;
 inline constexpr std::uint32_t max_log_data = 32767;
+
+// Writes the 8 bytes of a header at `at`.
+void frame_put(std::uint8_t *at, frame_kind kind, std::uint8_t flags, std::uint32_t length);
+
+// Reads the 8 bytes of a header at `at` and says whether such a frame can exist at all: kind, flags and length fit each
+// other. Whether it may come at this moment of a conversation is for the engine to say. The record is filled in either
+// case.
+bool frame_check(const std::uint8_t *at, frame_header &header);
 
 // Sense data of an ERROR, as FMH-7 has them.
 inline constexpr std::uint32_t sense_program_error = 0x08890000;       // program error, no truncation or purging
