@@ -7,6 +7,8 @@
  * file_client.c. Exit code: 0 when the conversation went as agreed; 1 when anything went wrong, said on the way; 2 for
  * wrong arguments.
  */
+#define _POSIX_C_SOURCE 200809L /* fileno, fstat, isatty */
+
 #include "file_transfer.h"
 
 #include <errno.h>
