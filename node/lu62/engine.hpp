@@ -54,8 +54,8 @@ struct engine
     head held;             // reply or news that has been read and not been told
     input_row news_row;
     outcome news_outcome;
-    const std::uint8_t *log_data; // of the news: in the caller's input, until more input is given
-    std::uint32_t log_length;
+    const std::uint8_t *log_data; // of the news, in the caller's input; the caller uses it before it moves the input
+    std::uint32_t log_length;     // and sets this to 0
 };
 
 void engine_init(engine &e, bool mapped, bool sync_confirm, bool allocating);
@@ -122,8 +122,7 @@ inline constexpr std::uint32_t longest_whole =
 // it is taken: data and status by receive_step(), news by take_news().
 head look(engine &e, input &in);
 
-// Tells the news and makes its state change. log data, if any, stays where engine.log_data says. After the end of a
-// conversation the state is reset.
+// Tells the news and makes its state change. After the end of a conversation the state is reset.
 outcome take_news(engine &e);
 
 struct receiving

@@ -187,14 +187,15 @@ head read_error(engine &e, input &in, const wire::frame_header &header)
     const std::uint32_t sense = static_cast<std::uint32_t>(payload[0]) | static_cast<std::uint32_t>(payload[1]) << 8 |
                                 static_cast<std::uint32_t>(payload[2]) << 16 |
                                 static_cast<std::uint32_t>(payload[3]) << 24;
-    e.log_data = payload + sizeof(wire::error_head);
-    e.log_length = header.length - static_cast<std::uint32_t>(sizeof(wire::error_head));
     advance(in, header_size + header.length);
-    if ((header.flags & wire::flag_end) != 0)
+    const head found = (header.flags & wire::flag_end) != 0 ? end_by_error(e, sense)
+                                                            : program_error(e, header.flags, sense);
+    if (found == head::news) // not one that is void
     {
-        return end_by_error(e, sense);
+        e.log_data = payload + sizeof(wire::error_head);
+        e.log_length = header.length - static_cast<std::uint32_t>(sizeof(wire::error_head));
     }
-    return program_error(e, header.flags, sense);
+    return found;
 }
 
 // ---- frames ------------------------------------------------------------------------------------------------------
