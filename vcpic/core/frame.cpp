@@ -1,0 +1,121 @@
+// frame.cpp - the frame of every call, away from its fast path, and the handing over and completion of verbs. Runs
+// with the lock held.
+#include "core/frame.hpp"
+
+CM_INT32 conversation_not_found(const u8 *conv_id, int detail)
+{
+    static const u8 no_id[CPIC_CONV_ID_SIZE] = {};
+    if (detail != NO_DETAIL)
+    {
+        nba_pd_print_problem(0x20030005, static_cast<u32>(detail), "ba", conv_id != nullptr ? conv_id : no_id,
+                             CPIC_CONV_ID_SIZE);
+    }
+    return CM_PROGRAM_PARAMETER_CHECK;
+}
+
+// The CCCB that a trace record carries: looked up, since it may not be found yet, or be gone by now.
+static const CCCB *traced_cccb(const u8 *conv_id)
+{
+    CCCB *cccb = nullptr;
+    if (conv_id != nullptr)
+    {
+        SCC_find_cccb(conv_id, &cccb, &pGCB);
+    }
+    return cccb;
+}
+
+void trace_request(const call_frame &call, bool with_cccb, const void *const (&in)[5])
+{
+    if (trc_api.initialised == 0)
+    {
+        trace_prepare();
+    }
+    if (trace_on())
+    {
+        const CCCB *cccb = with_cccb ? traced_cccb(call.conv_id) : nullptr;
+        seputrcp(TRACE_REQUEST, call.number, cccb, in[0], in[1], in[2], in[3], in[4], nullptr);
+    }
+}
+
+void trace_response(const call_frame &call)
+{
+    if (trace_on())
+    {
+        const CCCB *cccb = call.trace_cccb ? traced_cccb(call.conv_id) : nullptr;
+        seputrcp(TRACE_RESPONSE, call.number, cccb, call.rc, call.out[0], call.out[1], call.out[2], call.out[3],
+                 call.out[4]);
+    }
+}
+
+void forget_completion(CCCB *cccb)
+{
+    if (cccb->usCompletionPending == 1)
+    {
+        cccb->usCompletionPending = 0;
+        CPIC_CHECK(pGCB->NumVerbsWaiting > 0, "(pGCB)->NumVerbsWaiting > 0");
+        --pGCB->NumVerbsWaiting;
+    }
+}
+
+CM_INT32 post_verb(CCCB *cccb, appc_completion *routine, u16 processing_mode)
+{
+    ++cccb->usVerbsPending;
+    forget_completion(cccb);
+
+    appc_completion *later = processing_mode != 0 ? routine : nullptr;
+    if (appc_c_async_version(NAP_VERSION, &cccb->vcb, later, 1) == NAP_IN_PROGRESS)
+    {
+        ++pGCB->ulAsyncVerbsOutstanding;
+        return CM_OPERATION_INCOMPLETE;
+    }
+    routine(cccb, 0, 0, 0);
+    CM_INT32 rc = static_cast<CM_INT32>(cccb->ulPendingRc);
+    --cccb->usVerbsPending;
+    free_when_over(cccb);
+    return rc;
+}
+
+bool ends_conversation(u16 primary_rc)
+{
+    switch (primary_rc)
+    {
+        case 0x0300: // allocation error
+        case 0x0500: // deallocated abnormally
+        case 0x0600: // deallocated abnormally by the program
+        case 0x0700: // deallocated abnormally by a service TP
+        case 0x0800: // deallocated abnormally by a timer
+        case 0x0900: // deallocated normally
+        case 0x0F00: // conversation failure, retry
+        case 0x1000: // conversation failure, no retry
+        case 0x2100: // cancelled
+            return true;
+        default:
+            return false;
+    }
+}
+
+void complete_later(CCCB *cccb)
+{
+    --pGCB->ulAsyncVerbsOutstanding;
+    if (cccb->usCompletionPending == 0)
+    {
+        cccb->usCompletionPending = 1;
+        ++pGCB->NumVerbsWaiting;
+    }
+    --cccb->usVerbsPending;
+    vpm_wakeup(pGCB->WaitObject);
+    if (trace_due())
+    {
+        const call_frame call = {
+            .cccb = cccb,
+            .conv_id = cccb->pSavedConvId,
+            .rc = reinterpret_cast<CM_INT32 *>(&cccb->ulPendingRc),
+            .out = {cccb->pOut1, cccb->pOut2, cccb->pOut3, cccb->pOut4, cccb->pOut5},
+            .number = cccb->usTraceCallNo,
+            .lock_token = 0,
+            .trace_cccb = true,
+        };
+        trace_response(call);
+    }
+    free_when_over(cccb);
+}
