@@ -71,14 +71,7 @@ int SCC_cccb_init(u8 *conv_id, CCCB **out)
 
 int SCC_find_cccb(const u8 *conv_id, CCCB **out, GCB **gcb)
 {
-    *out = nullptr;
-    if (*gcb == nullptr || fInitCPIC == 0)
-    {
-        return 0;
-    }
-    u32 handle;
-    memcpy(&handle, conv_id, sizeof handle);
-    *out = static_cast<CCCB *>(vtm_get_pointer((*gcb)->ConvTable, handle));
+    *out = *gcb == pGCB ? find_cccb(conv_id) : nullptr;
     return *out != nullptr;
 }
 

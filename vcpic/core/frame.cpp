@@ -13,18 +13,30 @@ CM_INT32 conversation_not_found(const u8 *conv_id, int detail)
     return CM_PROGRAM_PARAMETER_CHECK;
 }
 
-// The CCCB that a trace record carries: looked up, since it may not be found yet, or be gone by now.
-static const CCCB *traced_cccb(const u8 *conv_id)
+// What a call number needs, for the trace: rows by number.
+struct needs_by_number
 {
-    CCCB *cccb = nullptr;
-    if (conv_id != nullptr)
-    {
-        SCC_find_cccb(conv_id, &cccb, &pGCB);
-    }
-    return cccb;
+    u8 needs[call_count];
+};
+
+static consteval needs_by_number collect_needs()
+{
+    needs_by_number all = {};
+#define CPIC_CALL(number, lower, UPPER, arguments, needs_, detail) all.needs[number] = needs_;
+#include "core/calls.def"
+#undef CPIC_CALL
+    return all;
 }
 
-void trace_request(const call_frame &call, bool with_cccb, const void *const (&in)[5])
+static constexpr needs_by_number calls = collect_needs();
+
+// The CCCB that a trace record carries: looked up, since it may not be found yet, or be gone by now.
+static const CCCB *traced_cccb(const call_frame &call)
+{
+    return (calls.needs[call.number] & TRACE_NO_CCCB) != 0 ? nullptr : find_cccb(call.conv_id);
+}
+
+void trace_request(const call_frame &call, const void *const (&in)[5])
 {
     if (trc_api.initialised == 0)
     {
@@ -32,18 +44,17 @@ void trace_request(const call_frame &call, bool with_cccb, const void *const (&i
     }
     if (trace_on())
     {
-        const CCCB *cccb = with_cccb ? traced_cccb(call.conv_id) : nullptr;
+        // Where the ID is an output there is no conversation yet, and nothing to read in it.
+        const CCCB *cccb = (calls.needs[call.number] & NEED_RECORD) != 0 ? traced_cccb(call) : nullptr;
         seputrcp(TRACE_REQUEST, call.number, cccb, in[0], in[1], in[2], in[3], in[4], nullptr);
     }
 }
 
-void trace_response(const call_frame &call)
+void trace_response(const call_frame &call, const void *const (&out)[5])
 {
     if (trace_on())
     {
-        const CCCB *cccb = call.trace_cccb ? traced_cccb(call.conv_id) : nullptr;
-        seputrcp(TRACE_RESPONSE, call.number, cccb, call.rc, call.out[0], call.out[1], call.out[2], call.out[3],
-                 call.out[4]);
+        seputrcp(TRACE_RESPONSE, call.number, traced_cccb(call), call.rc, out[0], out[1], out[2], out[3], out[4]);
     }
 }
 
@@ -110,12 +121,10 @@ void complete_later(CCCB *cccb)
             .cccb = cccb,
             .conv_id = cccb->pSavedConvId,
             .rc = reinterpret_cast<CM_INT32 *>(&cccb->ulPendingRc),
-            .out = {cccb->pOut1, cccb->pOut2, cccb->pOut3, cccb->pOut4, cccb->pOut5},
             .number = cccb->usTraceCallNo,
             .lock_token = 0,
-            .trace_cccb = true,
         };
-        trace_response(call);
+        trace_response(call, {cccb->pOut1, cccb->pOut2, cccb->pOut3, cccb->pOut4, cccb->pOut5});
     }
     free_when_over(cccb);
 }

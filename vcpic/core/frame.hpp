@@ -99,10 +99,8 @@ struct call_frame
     CCCB *cccb;                // the conversation; null before it is found, and for calls without one
     const u8 *conv_id;         // the caller's conversation ID (input or output); null for calls without one
     CM_INT32 *rc;              // the caller's return code
-    const void *out[5];        // response trace record: what follows the return code
     u16 number;
     u16 lock_token;
-    bool trace_cccb;           // the trace records carry the CCCB
 };
 
 // ---- the cold side of the frame (frame.cpp) -----------------------------------------------------------------
@@ -111,9 +109,9 @@ struct call_frame
 // CM_PROGRAM_PARAMETER_CHECK.
 CM_INT32 conversation_not_found(const u8 *conv_id, int detail);
 
-// Write a trace record; they are called only when trace_due().
-void trace_request(const call_frame &call, bool with_cccb, const void *const (&in)[5]);
-void trace_response(const call_frame &call);
+// Write a trace record, with the call's further inputs or with its outputs; called only when trace_due().
+void trace_request(const call_frame &call, const void *const (&in)[5]);
+void trace_response(const call_frame &call, const void *const (&out)[5]);
 
 // True when the trace has something to do: a record to write, or the preparation that the first call of a process
 // makes even when tracing is off.
@@ -123,6 +121,18 @@ inline bool trace_due()
 }
 
 // ---- the frame ----------------------------------------------------------------------------------------------
+
+// The CCCB of a conversation ID, null when there is none. Only the first four bytes of the ID count.
+inline CCCB *find_cccb(const u8 *conv_id)
+{
+    if (conv_id == nullptr || pGCB == nullptr || fInitCPIC == 0) [[unlikely]]
+    {
+        return nullptr;
+    }
+    u32 handle;
+    memcpy(&handle, conv_id, sizeof handle);
+    return static_cast<CCCB *>(vtm_get_pointer(pGCB->ConvTable, handle));
+}
 
 inline bool in_initialize_state(const CCCB *cccb)
 {
@@ -143,25 +153,21 @@ template <call_number number, typename... Inputs>
     call.conv_id = conv_id;
     call.rc = rc;
     call.number = number;
-    call.trace_cccb = (row.needs & TRACE_NO_CCCB) == 0;
-    for (const void *&out : call.out)
-    {
-        out = nullptr;
-    }
     if (trace_due()) [[unlikely]]
     {
         if constexpr ((row.needs & NEED_RECORD) != 0)
         {
-            trace_request(call, call.trace_cccb, {conv_id, in...});
+            trace_request(call, {conv_id, in...});
         }
         else
         {
-            trace_request(call, false, {in...});
+            trace_request(call, {in...});
         }
     }
     if constexpr ((row.needs & NEED_RECORD) != 0)
     {
-        if (conv_id == nullptr || !SCC_find_cccb(conv_id, &call.cccb, &pGCB)) [[unlikely]]
+        call.cccb = find_cccb(conv_id);
+        if (call.cccb == nullptr) [[unlikely]]
         {
             *rc = conversation_not_found(conv_id, row.detail);
             return false;
@@ -204,13 +210,11 @@ template <call_number number, typename... Inputs>
 
 // Leaves the call. outputs: the call's output arguments, for the response trace record.
 template <typename... Outputs>
-[[gnu::always_inline]] inline void call_leave(call_frame &call, Outputs... outputs)
+[[gnu::always_inline]] inline void call_leave(const call_frame &call, Outputs... outputs)
 {
     if (trace_due()) [[unlikely]]
     {
-        unsigned i = 0;
-        ((call.out[i++] = outputs), ...);
-        trace_response(call);
+        trace_response(call, {outputs...});
     }
     vpm_unlock(call.lock_token);
 }
