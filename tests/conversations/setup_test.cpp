@@ -131,6 +131,24 @@ TEST(Setup, unknown_destination)
     EXPECT_EQ(client("cmallc 0").rc, 24); // and no conversation was left
 }
 
+TEST(Setup, a_partner_lu_or_mode_that_the_node_does_not_know)
+{
+    node home(standard_configuration() + "\n[[side_info]]\ndestination = \"NOLU\"\npartner_lu = \"NOSUCHLU\"\n"
+                                         "tp_name = \"ECHOSRV\"\nmode = \"#INTER\"\n\n[[side_info]]\n"
+                                         "destination = \"NOFQLU\"\npartner_lu = \"LOCALNET.NOSUCH\"\n"
+                                         "tp_name = \"ECHOSRV\"\nmode = \"#INTER\"\n\n[[side_info]]\n"
+                                         "destination = \"NOMODE\"\npartner_lu = \"LOCALLU\"\n"
+                                         "tp_name = \"ECHOSRV\"\nmode = \"NOMODE\"\n");
+    tp client(home);
+    for (const char *destination : {"NOLU", "NOFQLU", "NOMODE"})
+    {
+        EXPECT_EQ(client(std::string("cminit 0 ") + destination).rc, 0);
+        EXPECT_EQ(client("cmallc 0").rc, 19) << destination;
+        // A refused allocation leaves the conversation as it was: other characteristics can be tried.
+        EXPECT_EQ(client("ask cmecs 0").number("value"), 2) << destination;
+    }
+}
+
 TEST(Setup, unknown_local_lu)
 {
     node home;
