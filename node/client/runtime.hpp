@@ -22,15 +22,16 @@ struct conversation;
 struct runtime_waiter
 {
     int kick;             // descriptor that wakes its poll(), -1: none was to be had; only while it waits
-    bool waiting;         // it is inside runtime_wait()
+    bool waiting;         // its thread is in poll(), the lock given up
     bool kicked;          // runtime_kick() came; cleared by the wait that returns for it
+    bool signalled;       // the kick went through the descriptor
     runtime_waiter *next; // of all that wait now
     runtime_waiter **link;
 };
 
 // Gives the lock up, waits, takes the lock back. fd: waited for with `events` (POLLIN, POLLOUT), -1: none. timeout_ms: -1
 // is no limit. Returns what poll() said of fd, or 0 when the wait ended for another reason: a kick, the time limit,
-// something else was delivered. A kick that came before the wait ends it at once. Signals do not end it.
+// a signal, something else was delivered. A kick that came before the wait ends it at once.
 short runtime_wait(runtime_waiter &waiter, int fd, short events, int timeout_ms);
 
 // Ends the wait that a waiter is in, or the next one.

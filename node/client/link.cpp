@@ -1,0 +1,412 @@
+// link.cpp - the connection to the broker.
+#include "client/link.hpp"
+
+#include "client/export.hpp"
+#include "client/problems.hpp"
+#include "client/start.hpp"
+#include "client/system.hpp"
+
+#include <cerrno>
+#include <cstring>
+#include <new>
+#include <unistd.h>
+
+namespace client {
+
+broker_link broker = {-1, false, 0, {}, nullptr};
+
+namespace {
+
+// What the trace-control pointer shows while there is no broker: nothing is on.
+unsigned char nothing_on[PTRC_SIZE];
+
+// The longest message that the broker sends to a program fits; a longer one is none of ours.
+constexpr std::size_t longest_reply = 512;
+constexpr int most_descriptors = 16;
+
+// Messages that the socket had no room for, in order.
+struct waiting_message
+{
+    waiting_message *next;
+    std::size_t size;
+    unsigned char bytes[]; // size
+};
+waiting_message *outbox_first;
+waiting_message **outbox_end = &outbox_first;
+
+void watch_broker(int operation, bool to_write)
+{
+    epoll_event event = {};
+    event.events = to_write ? EPOLLIN | EPOLLOUT : EPOLLIN;
+    event.data.u64 = 0;
+    sys_epoll_ctl(runtime.epoll, operation, broker.fd, &event);
+}
+
+bool send_now(const void *message, std::size_t size)
+{
+    iovec piece = {const_cast<void *>(message), size};
+    msghdr header = {};
+    header.msg_iov = &piece;
+    header.msg_iovlen = 1;
+    return sys_sendmsg(broker.fd, &header, 0) == static_cast<ssize_t>(size);
+}
+
+// Sends what waits, as far as there is room.
+void outbox_send()
+{
+    while (outbox_first != nullptr)
+    {
+        waiting_message *first = outbox_first;
+        if (!send_now(first->bytes, first->size))
+        {
+            broker.broken = broker.broken || errno != EAGAIN;
+            return;
+        }
+        outbox_first = first->next;
+        sys_free(first);
+    }
+    outbox_end = &outbox_first;
+    watch_broker(EPOLL_CTL_MOD, false);
+}
+
+void outbox_forget()
+{
+    while (outbox_first != nullptr)
+    {
+        waiting_message *first = outbox_first;
+        outbox_first = first->next;
+        sys_free(first);
+    }
+    outbox_end = &outbox_first;
+}
+
+// Sends a message, now or when there is room. False: the path is lost, or there is no memory to keep the message in.
+bool send(const void *message, std::size_t size)
+{
+    if (broker.fd < 0 || broker.broken)
+    {
+        return false;
+    }
+    if (outbox_first == nullptr)
+    {
+        if (send_now(message, size))
+        {
+            return true;
+        }
+        if (errno != EAGAIN)
+        {
+            broker.broken = true;
+            return false;
+        }
+    }
+    void *memory = sys_alloc(sizeof(waiting_message) + size);
+    if (memory == nullptr)
+    {
+        return false;
+    }
+    auto *waiting = new (memory) waiting_message{nullptr, size};
+    std::memcpy(waiting->bytes, message, size);
+    bool first = outbox_first == nullptr;
+    *outbox_end = waiting;
+    outbox_end = &waiting->next;
+    if (first)
+    {
+        watch_broker(EPOLL_CTL_MOD, true);
+    }
+    return true;
+}
+
+// Reads one message without waiting. 0: nothing there. -1: the path is lost. Else its size; fd: the first descriptor
+// that came with it, or -1. Further ones are closed: the broker never sends two.
+ssize_t receive(int socket, void *buffer, std::size_t room, int &fd)
+{
+    fd = -1;
+    alignas(cmsghdr) unsigned char control[CMSG_SPACE(most_descriptors * sizeof(int))];
+    iovec piece = {buffer, room};
+    msghdr header = {};
+    header.msg_iov = &piece;
+    header.msg_iovlen = 1;
+    header.msg_control = control;
+    header.msg_controllen = sizeof control;
+    ssize_t size = sys_recvmsg(socket, &header, MSG_DONTWAIT);
+    if (size < 0)
+    {
+        return errno == EAGAIN || errno == ENOMEM || errno == ENOBUFS ? 0 : -1;
+    }
+    for (cmsghdr *part = CMSG_FIRSTHDR(&header); part != nullptr; part = CMSG_NXTHDR(&header, part))
+    {
+        if (part->cmsg_level != SOL_SOCKET || part->cmsg_type != SCM_RIGHTS)
+        {
+            continue;
+        }
+        std::size_t count = (part->cmsg_len - CMSG_LEN(0)) / sizeof(int);
+        for (std::size_t i = 0; i < count; i++)
+        {
+            int one;
+            std::memcpy(&one, CMSG_DATA(part) + i * sizeof(int), sizeof one);
+            if (fd < 0)
+            {
+                fd = one;
+            }
+            else
+            {
+                sys_close(one);
+            }
+        }
+    }
+    bool whole = size > 0 && (header.msg_flags & MSG_TRUNC) == 0;
+    if (!whole && fd >= 0)
+    {
+        sys_close(fd);
+        fd = -1;
+    }
+    return whole ? size : -1;
+}
+
+// The greeting gets this many milliseconds.
+constexpr int greeting_patience = 10000;
+
+// Says hello and reads the welcome with its control page. The state of the link is set only when all is well.
+bool greet(int socket)
+{
+    wire::hello hello = {};
+    hello.head = {static_cast<std::uint16_t>(wire::message_kind::hello), 0, sizeof hello, 1};
+    hello.version = wire::protocol_version;
+    std::strncpy(hello.program, program_invocation_short_name, sizeof hello.program - 1);
+    iovec piece = {&hello, sizeof hello};
+    msghdr header = {};
+    header.msg_iov = &piece;
+    header.msg_iovlen = 1;
+    if (sys_sendmsg(socket, &header, 0) != static_cast<ssize_t>(sizeof hello))
+    {
+        return false;
+    }
+    alignas(wire::welcome) unsigned char buffer[longest_reply];
+    wire::welcome welcome;
+    int page = -1;
+    ssize_t size = 0;
+    std::int64_t deadline = sys_monotonic() + greeting_patience * 1000000LL;
+    while (size == 0)
+    {
+        pollfd watched = {socket, POLLIN, 0};
+        std::int64_t left = (deadline - sys_monotonic()) / 1000000;
+        if (left <= 0)
+        {
+            return false;
+        }
+        sys_poll(&watched, 1, static_cast<int>(left));
+        size = receive(socket, buffer, sizeof buffer, page);
+    }
+    std::memcpy(&welcome, buffer, sizeof welcome);
+    struct stat found;
+    bool good = size == sizeof welcome && wire::message_check(buffer, sizeof welcome, wire::sender::broker) &&
+                welcome.head.kind == static_cast<std::uint16_t>(wire::message_kind::welcome) &&
+                welcome.head.correlation == 1 && welcome.status.primary == 0 &&
+                welcome.version == wire::protocol_version && page >= 0 && sys_fstat(page, &found) == 0 &&
+                found.st_size >= static_cast<off_t>(wire::control_page_size);
+    const void *mapped = good ? sys_map_page(page, wire::control_page_size) : nullptr;
+    if (page >= 0)
+    {
+        sys_close(page);
+    }
+    if (mapped == nullptr)
+    {
+        return false;
+    }
+    broker.connection = welcome.connection;
+    std::memcpy(broker.default_alias, welcome.default_alias, sizeof broker.default_alias);
+    broker.page = static_cast<const wire::control_page *>(mapped);
+    return true;
+}
+
+} // namespace
+
+bool link_open()
+{
+    if (broker.fd >= 0)
+    {
+        return true;
+    }
+    // A broker that is just leaving may still take a connection; the next one is then another broker's.
+    for (int attempt = 0; attempt < 3; attempt++)
+    {
+        int socket = broker_reach();
+        if (socket < 0)
+        {
+            return false;
+        }
+        if (greet(socket))
+        {
+            runtime.epoll = sys_epoll_create();
+            if (runtime.epoll < 0)
+            {
+                report_problem(problem_no_connection, errno, "the system gives no epoll set: ", std::strerror(errno));
+                broker.fd = socket;
+                link_close();
+                return false;
+            }
+            broker.fd = socket;
+            broker.broken = false;
+            watch_broker(EPOLL_CTL_ADD, false);
+            // The page is writable for the broker alone; the library only ever reads through the pointer.
+            ptrc = const_cast<unsigned char *>(broker.page->trace_control);
+            return true;
+        }
+        sys_close(socket);
+    }
+    report_problem(problem_no_connection, 0, "the broker does not answer the greeting as it should", "");
+    return false;
+}
+
+void link_close()
+{
+    ptrc = nothing_on;
+    if (broker.page != nullptr)
+    {
+        sys_unmap_page(const_cast<wire::control_page *>(broker.page), wire::control_page_size);
+        broker.page = nullptr;
+    }
+    if (broker.fd >= 0)
+    {
+        sys_close(broker.fd);
+        broker.fd = -1;
+    }
+    broker.broken = false;
+    outbox_forget();
+    waiting_close();
+}
+
+bool link_post(request &r, wire::message_head &message, std::size_t size, wire::message_kind kind,
+               wire::message_kind expected)
+{
+    r.correlation = table_add(runtime.requests, &r);
+    r.expected = expected;
+    if (r.correlation == NB_NULL_HANDLE)
+    {
+        return false;
+    }
+    message = {static_cast<std::uint16_t>(kind), 0, static_cast<std::uint32_t>(size), r.correlation};
+    if (!send(&message, size))
+    {
+        table_remove(runtime.requests, r.correlation);
+        return false;
+    }
+    return true;
+}
+
+namespace {
+
+// A request whose sender waits for it.
+struct call
+{
+    request r; // first: `done` gets it
+    runtime_waiter waiter;
+    void *reply;
+    std::size_t size;
+    bool answered;
+    bool lost;
+};
+
+void call_done(request &self, const void *reply, int fd)
+{
+    call &c = reinterpret_cast<call &>(self);
+    if (reply == nullptr)
+    {
+        c.lost = true;
+    }
+    else
+    {
+        std::memcpy(c.reply, reply, c.size);
+        c.answered = true;
+    }
+    if (fd >= 0)
+    {
+        sys_close(fd); // no reply that is waited for here brings one
+    }
+    runtime_kick(c.waiter);
+}
+
+} // namespace
+
+bool link_call(wire::message_head &message, std::size_t message_size, wire::message_kind kind, void *reply,
+               std::size_t size, wire::message_kind expected, bool keep_lock)
+{
+    call c = {{0, expected, call_done}, {}, reply, size, false, false};
+    if (!link_post(c.r, message, message_size, kind, expected))
+    {
+        return false;
+    }
+    while (!c.answered && !c.lost)
+    {
+        if (keep_lock)
+        {
+            pollfd watched = {broker.fd, static_cast<short>(outbox_first != nullptr ? POLLIN | POLLOUT : POLLIN), 0};
+            sys_poll(&watched, 1, -1);
+            link_ready();
+        }
+        else if (runtime_wait(c.waiter, broker.fd, POLLIN, -1) != 0)
+        {
+            link_ready();
+        }
+    }
+    return c.answered;
+}
+
+void link_ended(u32 session)
+{
+    wire::ended notice = {};
+    notice.head = {static_cast<std::uint16_t>(wire::message_kind::ended), 0, sizeof notice, 0};
+    notice.session = session;
+    send(&notice, sizeof notice); // lost with the path: then the broker has forgotten the session anyway
+}
+
+void link_ready()
+{
+    if (broker.fd < 0)
+    {
+        return;
+    }
+    if (outbox_first != nullptr)
+    {
+        outbox_send();
+    }
+    alignas(8) unsigned char buffer[longest_reply];
+    int fd;
+    ssize_t size = receive(broker.fd, buffer, sizeof buffer, fd);
+    if (size == 0)
+    {
+        return;
+    }
+    request *r = nullptr;
+    if (size > 0 && wire::message_check(buffer, static_cast<std::size_t>(size), wire::sender::broker))
+    {
+        wire::message_head head;
+        std::memcpy(&head, buffer, sizeof head);
+        r = static_cast<request *>(table_find(runtime.requests, head.correlation));
+        if (r != nullptr && static_cast<std::uint16_t>(r->expected) != head.kind)
+        {
+            r = nullptr;
+        }
+    }
+    if (r == nullptr)
+    {
+        if (fd >= 0)
+        {
+            sys_close(fd);
+        }
+        if (size > 0)
+        {
+            report_problem(problem_bad_message, static_cast<unsigned>(size),
+                           "the broker sent what answers no request of this program", "");
+        }
+        path_lost();
+        return;
+    }
+    table_remove(runtime.requests, r->correlation);
+    r->done(*r, buffer, fd);
+}
+
+} // namespace client
+
+// The trace-control block: the broker's control page while there is one.
+CPICNODE_EXPORT_DATA unsigned char *ptrc = client::nothing_on;

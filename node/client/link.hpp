@@ -1,0 +1,50 @@
+// link.hpp - the connection to the broker: messages out, replies in, each to the request it answers.
+//
+// lock: held throughout. Replies are read by whoever delivers what is due, so a request's routine may run in any thread.
+#pragma once
+
+#include "client/state.hpp"
+
+namespace client {
+
+// A request on its way. The owner of the record keeps it until `done` has been called, exactly once: with the reply, a
+// whole and checked message of the kind expected, and the descriptor that came with it (-1: none), which is the
+// routine's from then on; or with null when the path was lost.
+struct request
+{
+    u32 correlation;
+    wire::message_kind expected;
+    void (*done)(request &self, const void *reply, int fd);
+};
+
+struct broker_link
+{
+    int fd;                // -1: not connected
+    bool broken;           // a send has failed; the next delivery finds out
+    u32 connection;        // the broker's number for this program
+    u8 default_alias[8];
+    const wire::control_page *page; // null: not connected
+};
+extern broker_link broker;
+
+// Connects, starting a broker when there is none, and greets it. Waits, with the lock held: nobody else can do anything
+// before the library is up. False: no broker is to be had; the problem log says why.
+bool link_open();
+void link_close();
+
+// Sends a request; head.correlation and head.length are filled in here. False: the path is lost, `done` is not called.
+bool link_post(request &r, wire::message_head &message, std::size_t size, wire::message_kind kind,
+               wire::message_kind expected);
+
+// Sends a request and waits for its reply, which is copied to `reply` (`size` bytes, the size of the expected kind).
+// keep_lock: wait without giving the lock up. False: the path is lost.
+bool link_call(wire::message_head &message, std::size_t message_size, wire::message_kind kind, void *reply,
+               std::size_t size, wire::message_kind expected, bool keep_lock);
+
+// Tells the broker that a session is over at this end.
+void link_ended(u32 session);
+
+// The broker's socket is ready: reads one message and hands it on, or finds the path lost.
+void link_ready();
+
+} // namespace client
