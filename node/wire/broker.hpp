@@ -136,6 +136,10 @@ struct welcome
 // The control page: shared by the broker with every program. Bytes 0 to 15 are the trace-control block (bit 0x20 of
 // byte 0: API trace on; bit 0x02 of byte 8: audit records suppressed).
 inline constexpr std::size_t control_page_size = 4096;
+inline constexpr std::size_t trace_byte = 0;
+inline constexpr std::uint8_t trace_bit = 0x20;
+inline constexpr std::size_t audit_byte = 8;
+inline constexpr std::uint8_t audit_off_bit = 0x02;
 struct control_page
 {
     std::uint8_t trace_control[16];

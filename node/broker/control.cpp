@@ -1,0 +1,447 @@
+// control.cpp - the operator's commands. Each makes one JSON document; the text for people is made from it, so that
+// both always say the same.
+#include "broker/control.hpp"
+#include "broker/names.hpp"
+
+#include <algorithm>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+#include <unistd.h>
+
+namespace broker {
+
+namespace {
+
+using json = nlohmann::ordered_json;
+
+std::string value_text(const json &value)
+{
+    if (value.is_string())
+    {
+        return value.get<std::string>().empty() ? "-" : value.get<std::string>();
+    }
+    if (value.is_boolean())
+    {
+        return value.get<bool>() ? "yes" : "no";
+    }
+    if (value.is_null())
+    {
+        return "-";
+    }
+    if (value.is_array())
+    {
+        std::string list;
+        for (const json &one : value)
+        {
+            list += (list.empty() ? "" : " ") + value_text(one);
+        }
+        return list.empty() ? "-" : list;
+    }
+    return value.dump();
+}
+
+std::string heading(std::string key)
+{
+    std::replace(key.begin(), key.end(), '_', ' ');
+    return key;
+}
+
+// A table: one row per object, columns as the first one has them.
+std::string table_text(const json &rows)
+{
+    if (rows.empty())
+    {
+        return "none\n";
+    }
+    std::vector<std::vector<std::string>> lines(1);
+    for (const auto &[key, value] : rows.front().items())
+    {
+        lines[0].push_back(heading(key));
+    }
+    for (const json &row : rows)
+    {
+        lines.emplace_back();
+        for (const auto &[key, value] : row.items())
+        {
+            lines.back().push_back(value_text(value));
+        }
+    }
+    std::vector<std::size_t> widths(lines[0].size());
+    for (const auto &line : lines)
+    {
+        for (std::size_t i = 0; i < line.size(); ++i)
+        {
+            widths[i] = std::max(widths[i], line[i].size());
+        }
+    }
+    std::string text;
+    for (const auto &line : lines)
+    {
+        for (std::size_t i = 0; i < line.size(); ++i)
+        {
+            text += line[i];
+            text += i + 1 == line.size() ? "\n" : std::string(widths[i] - line[i].size() + 2, ' ');
+        }
+    }
+    return text;
+}
+
+// A list of facts, one on a line.
+std::string facts_text(const json &facts)
+{
+    std::size_t width = 0;
+    for (const auto &[key, value] : facts.items())
+    {
+        width = std::max(width, key.size());
+    }
+    std::string text;
+    for (const auto &[key, value] : facts.items())
+    {
+        text += heading(key) + ":" + std::string(width - key.size() + 1, ' ') + value_text(value) + "\n";
+    }
+    return text;
+}
+
+double seconds(milliseconds time)
+{
+    return static_cast<double>(time) / 1000;
+}
+
+const char *state_text(session_state state)
+{
+    switch (state)
+    {
+    case session_state::granted:
+        return "allocated";
+    case session_state::checking:
+        return "checking user";
+    case session_state::queued:
+        return "queued";
+    case session_state::connected:
+        return "connected";
+    case session_state::refused:
+        return "refused";
+    }
+    return "";
+}
+
+const char *security_text(std::uint8_t security)
+{
+    return security == 0 ? "none" : security == 1 ? "same" : security == 2 ? "program" : "program_strong";
+}
+
+bool trace_on(const wire::control_page &page)
+{
+    return (page.trace_control[wire::trace_byte] & wire::trace_bit) != 0;
+}
+
+bool audit_on(const wire::control_page &page)
+{
+    return (page.trace_control[wire::audit_byte] & wire::audit_off_bit) == 0;
+}
+
+json status(desk &node)
+{
+    const exchange &books = node.books();
+    std::size_t queued = 0;
+    std::size_t open = 0;
+    for (const auto &[id, s] : books.sessions())
+    {
+        queued += s.state == session_state::queued;
+        open += s.state == session_state::connected;
+    }
+    std::size_t accepts = 0;
+    for (const auto &[id, c] : books.connections())
+    {
+        for (const auto &[correlation, r] : c.requests)
+        {
+            accepts += r.accepts;
+        }
+    }
+    return {
+        {"node", books.settings().name},
+        {"state", "running"},
+        {"pid", getpid()},
+        {"directory", node.directory()},
+        {"configuration", node.config_file().empty() ? "built in" : node.config_file()},
+        {"uptime_seconds", seconds(node.uptime())},
+        {"programs", books.connections().size() - 1}, // the one that asks is none
+        {"tp_names", books.names().size()},
+        {"conversations", open},
+        {"queued_attaches", queued},
+        {"waiting_accepts", accepts},
+        {"accepted_since_start", books.accepted_total()},
+        {"refused_since_start", books.refused_total()},
+        {"api_trace", trace_on(node.page())},
+        {"audit", audit_on(node.page())},
+    };
+}
+
+json show_lus(desk &node)
+{
+    json rows = json::array();
+    const config &settings = node.books().settings();
+    for (std::size_t i = 0; i < settings.lus.size(); ++i)
+    {
+        const lu_entry &lu = settings.lus[i];
+        std::uint32_t sessions = 0;
+        for (const auto &[way, count] : node.books().routes())
+        {
+            sessions += way.local == lu.alias || way.partner == lu.alias ? count : 0;
+        }
+        rows.push_back({{"alias", lu.alias}, {"name", lu.name}, {"kind", i == 0 ? "default" : "local"},
+                        {"sessions", sessions}});
+    }
+    for (const lu_entry &lu : settings.partner_lus)
+    {
+        rows.push_back({{"alias", lu.alias}, {"name", lu.name}, {"kind", "partner"}, {"sessions", nullptr}});
+    }
+    return rows;
+}
+
+json show_modes(desk &node)
+{
+    json rows = json::array();
+    for (const mode_entry &mode : node.books().settings().modes)
+    {
+        std::uint32_t sessions = 0;
+        for (const auto &[way, count] : node.books().routes())
+        {
+            sessions += way.mode == mode.name ? count : 0;
+        }
+        rows.push_back({{"mode", mode.name.empty() ? "(blank)" : mode.name},
+                        {"session_limit", mode.session_limit == 0 ? json("none") : json(mode.session_limit)},
+                        {"sessions", sessions}});
+    }
+    return rows;
+}
+
+json show_side_info(desk &node)
+{
+    json rows = json::array();
+    for (const side_info_entry &entry : node.books().settings().side_infos)
+    {
+        rows.push_back({{"destination", entry.destination},
+                        {"partner_lu", entry.partner_lu},
+                        {"tp_name", entry.tp_name},
+                        {"tp_name_type", entry.service_tp ? "service" : "application"},
+                        {"mode", entry.mode},
+                        {"security", security_text(entry.security)},
+                        {"user", entry.user},
+                        {"local_lu", entry.local_lu}});
+    }
+    return rows;
+}
+
+json show_names(desk &node)
+{
+    json rows = json::array();
+    const exchange &books = node.books();
+    for (const auto &[name, owners] : books.names())
+    {
+        for (connection_id id : owners)
+        {
+            const connection &owner = books.connections().at(id);
+            std::size_t accepts = 0;
+            for (const auto &[correlation, r] : owner.requests)
+            {
+                accepts += r.accepts && std::find(r.tp_names.begin(), r.tp_names.end(), name) != r.tp_names.end();
+            }
+            rows.push_back({{"tp_name", tp_name_text(name)},
+                            {"program", owner.program},
+                            {"pid", owner.who.pid},
+                            {"waiting_accepts", accepts}});
+        }
+    }
+    std::sort(rows.begin(), rows.end());
+    return rows;
+}
+
+json show_programs(desk &node)
+{
+    json rows = json::array();
+    const exchange &books = node.books();
+    for (const auto &[id, c] : books.connections())
+    {
+        if (c.greeted)
+        {
+            rows.push_back({{"program", c.program},
+                            {"pid", c.who.pid},
+                            {"user", c.who.user},
+                            {"tp_names", c.names.size()},
+                            {"conversations", c.sessions.size()},
+                            {"waiting_requests", c.requests.size()},
+                            {"age_seconds", seconds(node.now() - c.since)}});
+        }
+    }
+    return rows;
+}
+
+json show_startable(desk &node)
+{
+    json rows = json::array();
+    for (const program_entry &program : node.books().settings().programs)
+    {
+        rows.push_back({{"tp_name", tp_name_text(program.tp_name)},
+                        {"command", program.command},
+                        {"instances", program.one_for_all ? "one" : "each"},
+                        {"user", program.user},
+                        {"running", node.books().running(program.tp_name)}});
+    }
+    return rows;
+}
+
+json session_row(desk &node, const session &s)
+{
+    return {{"number", s.id},
+            {"state", state_text(s.state)},
+            {"tp_name", tp_name_text(s.tp_name)},
+            {"from_lu", s.way.local},
+            {"to_lu", s.way.partner},
+            {"mode", s.way.mode},
+            {"type", s.conv_type == 0 ? "basic" : "mapped"},
+            {"sync_level", s.sync_level == 0 ? "none" : "confirm"},
+            {"from_pid", s.allocator_pid},
+            {"to_pid", s.acceptor_pid == 0 ? json(nullptr) : json(s.acceptor_pid)},
+            {"age_seconds", seconds(node.now() - s.since)}};
+}
+
+json show_conversations(desk &node, bool queued_only)
+{
+    json rows = json::array();
+    for (const auto &[id, s] : node.books().sessions())
+    {
+        if (!queued_only || s.state == session_state::queued || s.state == session_state::checking)
+        {
+            rows.push_back(session_row(node, s));
+        }
+    }
+    return rows;
+}
+
+json reload(desk &node, bool &good)
+{
+    config_findings findings;
+    reload_report report;
+    good = node.reload(findings, report);
+    return {{"result", good ? "the configuration has been read and holds now"
+                            : "the configuration has mistakes; the node keeps what it had"},
+            {"errors", findings.errors},
+            {"warnings", findings.warnings},
+            {"not_changed", report.kept}};
+}
+
+// The sentence, then each finding on a line of its own.
+std::string reload_text(const json &answer)
+{
+    std::string text = answer["result"].get<std::string>() + "\n";
+    for (const json &line : answer["errors"])
+    {
+        text += line.get<std::string>() + "\n";
+    }
+    for (const json &line : answer["warnings"])
+    {
+        text += "warning: " + line.get<std::string>() + "\n";
+    }
+    for (const json &line : answer["not_changed"])
+    {
+        text += "not changed: " + line.get<std::string>() + "\n";
+    }
+    return text;
+}
+
+// Sets or clears a bit of the trace-control block in one store, since programs read it at any time.
+void switch_bit(wire::control_page &page, std::size_t byte, std::uint8_t bit, bool on)
+{
+    std::uint8_t old = page.trace_control[byte];
+    __atomic_store_n(&page.trace_control[byte], static_cast<std::uint8_t>(on ? old | bit : old & ~bit),
+                     __ATOMIC_RELEASE);
+}
+
+struct show_command
+{
+    const char *what;
+    json (*make)(desk &);
+};
+
+const show_command show_commands[] = {
+    {"lus", show_lus},
+    {"modes", show_modes},
+    {"side-info", show_side_info},
+    {"names", show_names},
+    {"programs", show_programs},
+    {"startable", show_startable},
+    {"conversations", [](desk &node) { return show_conversations(node, false); }},
+    {"attaches", [](desk &node) { return show_conversations(node, true); }},
+};
+
+} // namespace
+
+std::string findings_json(const std::string &file, const config_findings &findings)
+{
+    json document = {{"file", file},
+                     {"good", findings.errors.empty()},
+                     {"errors", findings.errors},
+                     {"warnings", findings.warnings}};
+    return document.dump(2) + "\n";
+}
+
+control_answer answer_command(desk &node, const std::string &command, bool as_json, bool may_change)
+{
+    auto facts = [&](const json &document) {
+        return control_answer{true, as_json ? document.dump(2) + "\n" : facts_text(document)};
+    };
+    auto wrong = [&](const std::string &text) {
+        return control_answer{false, as_json ? json{{"error", text}}.dump(2) + "\n" : text + "\n"};
+    };
+    if (command == "status")
+    {
+        return facts(status(node));
+    }
+    for (const show_command &row : show_commands)
+    {
+        if (command == std::string("show ") + row.what)
+        {
+            json rows = row.make(node);
+            return {true, as_json ? rows.dump(2) + "\n" : table_text(rows)};
+        }
+    }
+    struct
+    {
+        const char *command;
+        std::size_t byte;
+        std::uint8_t bit;
+        bool set;
+    } const switches[] = {
+        {"trace on", wire::trace_byte, wire::trace_bit, true},
+        {"trace off", wire::trace_byte, wire::trace_bit, false},
+        {"audit on", wire::audit_byte, wire::audit_off_bit, false},
+        {"audit off", wire::audit_byte, wire::audit_off_bit, true},
+    };
+    auto known = std::find_if(std::begin(switches), std::end(switches),
+                              [&](const auto &row) { return command == row.command; });
+    if (known == std::end(switches) && command != "stop" && command != "reload")
+    {
+        return wrong("the node does not know the command \"" + command +
+                     "\"; control program and node may be of different versions");
+    }
+    if (!may_change)
+    {
+        return wrong("only the node's own user and root may do this");
+    }
+    if (command == "stop")
+    {
+        node.stop();
+        return facts({{"result", "the node ends"}, {"pid", getpid()}});
+    }
+    if (command == "reload")
+    {
+        bool good = false;
+        json answer = reload(node, good);
+        return {good, as_json ? answer.dump(2) + "\n" : reload_text(answer)};
+    }
+    switch_bit(node.page(), known->byte, known->bit, known->set);
+    return facts({{"api_trace", trace_on(node.page())}, {"audit", audit_on(node.page())}});
+}
+
+} // namespace broker

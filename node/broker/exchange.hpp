@@ -1,0 +1,271 @@
+// exchange.hpp - the broker's decisions: who is here, who waits, who may talk to whom. No socket, no clock, no thread:
+// events come in as calls, what is to be done goes out through `outside`, and time is passed in. The server drives it;
+// so do tests.
+//
+// A session is one conversation's place in the books, from the grant of a socket pair until both ends are done:
+//
+//   granted  --ATTACH read-->  checking  --user verified-->  queued  --an accept lists its name-->  connected
+//                                 |                            |
+//                                 +--------- refused <---------+   (also straight from the ATTACH)
+//
+// granted, checking, queued: the broker holds the accepting end of the socket pair.
+#pragma once
+
+#include "broker/config.hpp"
+#include "wire/broker.hpp"
+
+#include <compare>
+#include <cstddef>
+#include <map>
+#include <optional>
+#include <set>
+#include <span>
+#include <string>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+namespace broker {
+
+using milliseconds = std::int64_t; // of a clock that never goes back; its zero does not matter
+using connection_id = std::uint32_t;
+using session_id = std::uint32_t;
+
+inline constexpr milliseconds greeting_time = 10'000; // a connection that says no hello for so long ends
+
+// Descriptor that goes with a message.
+enum class handover
+{
+    nothing,
+    control_page,
+    allocating_end,
+    accepting_end,
+};
+
+// What reading the held end of a session found.
+enum class attach_seen
+{
+    nothing, // nothing yet, or part of a header
+    attach,  // a whole, correct ATTACH
+    broken,  // the end of the socket, or anything else
+};
+
+// What the exchange asks for. None of it calls back into the exchange before it returns.
+struct outside
+{
+    virtual ~outside() = default;
+    // Queues one message; a connection that cannot take it is the server's to close.
+    virtual void send(connection_id to, std::span<const std::byte> message, handover what, session_id session) = 0;
+    // Makes a socket pair and watches the accepting end for an ATTACH; false: no descriptors left.
+    virtual bool open_session(session_id session) = 0;
+    // Reads the held end now.
+    virtual attach_seen look(session_id session) = 0;
+    // Writes an ERROR that ends the conversation into the held end, then closes it.
+    virtual void refuse(session_id session, std::uint32_t sense) = 0;
+    // Closes what is still held of a session; of none, nothing happens.
+    virtual void drop_session(session_id session) = 0;
+    // Closes a connection that has broken the rules; disconnected() follows later.
+    virtual void close_connection(connection_id connection, const char *reason) = 0;
+    // Checks a password against a hash of crypt(3); verified() follows later.
+    virtual void verify(session_id session, const std::string &hash, const std::string &password) = 0;
+    // Starts a program for an attach; program_ended() follows when it could not be started or has ended.
+    virtual void start_program(const program_entry &program, const std::string &local_alias) = 0;
+    // A command of the operator; answered by the server.
+    virtual void control(connection_id from, std::uint32_t correlation, bool json, const std::string &command) = 0;
+};
+
+struct peer
+{
+    std::uint32_t uid;
+    std::int32_t pid;
+    std::string user; // name of the uid
+};
+
+// Sessions are counted by who allocates from where to whom.
+struct route
+{
+    std::string local;   // alias of the allocating LU
+    std::string partner; // alias of the LU that is addressed
+    std::string mode;
+    auto operator<=>(const route &) const = default;
+};
+
+enum class session_state
+{
+    granted,
+    checking,
+    queued,
+    connected,
+    refused,
+};
+
+struct session
+{
+    session_id id;
+    session_state state = session_state::granted;
+    route way;
+    std::string local_name; // network-qualified, of the allocating LU
+    connection_id allocator = 0; // 0: that end is done
+    connection_id acceptor = 0;
+    std::uint32_t allocator_uid = 0;
+    std::int32_t allocator_pid = 0;
+    std::int32_t acceptor_pid = 0;
+    std::string tp_name; // 64 bytes
+    std::uint8_t conv_type = 0;
+    std::uint8_t sync_level = 0;
+    std::uint8_t security = 0;
+    std::string user;     // what the accepting program will see; "": blank
+    std::string password; // wiped as soon as it has been handed to the check
+    std::uint64_t order = 0;   // of the attach
+    milliseconds deadline = 0; // while queued
+    milliseconds since = 0;    // of its state
+};
+
+// A request that waits: an allocation for a session, an accept for an attach.
+struct request
+{
+    bool accepts = false;
+    std::uint32_t correlation = 0;
+    std::uint64_t order = 0;
+    milliseconds deadline = 0;         // allocation
+    route way;                         // allocation
+    wire::allocate wanted{};           // allocation
+    std::vector<std::string> tp_names; // accept, 64 bytes each
+};
+
+struct connection
+{
+    connection_id id;
+    peer who;
+    bool greeted = false;
+    std::string program;
+    milliseconds since = 0;
+    std::unordered_set<std::string> names; // TP names, 64 bytes each
+    std::unordered_map<std::uint32_t, request> requests;
+    std::unordered_set<session_id> sessions;
+};
+
+struct reload_report
+{
+    std::vector<std::string> kept; // what is in use and therefore stays, in sentences
+};
+
+class exchange
+{
+public:
+    exchange(outside &world, config settings, std::uint32_t broker_pid);
+
+    // Events. False from connected(): a quota is used up, close it without a word.
+    bool connected(connection_id id, peer who, milliseconds now);
+    void message(connection_id from, std::span<const std::byte> bytes, milliseconds now);
+    void disconnected(connection_id id, milliseconds now);
+    void attach(session_id id, attach_seen what, milliseconds now);
+    void verified(session_id id, bool good, milliseconds now);
+    void program_ended(const std::string &tp_name, milliseconds now);
+    void tick(milliseconds now); // acts on every deadline that has come
+
+    std::optional<milliseconds> next_deadline() const;
+    reload_report reconfigure(config settings, milliseconds now);
+
+    // For those who show things.
+    const config &settings() const { return config_; }
+    const std::map<connection_id, connection> &connections() const { return connections_; }
+    const std::map<session_id, session> &sessions() const { return sessions_; }
+    const std::unordered_map<std::string, std::set<connection_id>> &names() const { return names_; }
+    const std::map<route, std::uint32_t> &routes() const { return in_use_; }
+    std::uint32_t running(const std::string &tp_name) const; // processes started for a configured program
+    std::uint64_t accepted_total() const { return accepted_total_; }
+    std::uint64_t refused_total() const { return refused_total_; }
+
+private:
+    enum class alarm
+    {
+        greeting,   // number: connection
+        allocation, // number: connection, detail: correlation
+        queued,     // number: session
+    };
+    struct timer
+    {
+        milliseconds when;
+        alarm what;
+        std::uint32_t number;
+        std::uint32_t detail;
+        auto operator<=>(const timer &) const = default;
+    };
+    struct waiting
+    {
+        connection_id connection;
+        std::uint32_t correlation;
+    };
+
+    template <class Message>
+    void reply(connection_id to, Message &message, wire::message_kind kind, std::uint32_t correlation,
+               handover what = handover::nothing, session_id session = 0);
+    void reply_done(connection_id to, std::uint32_t correlation, std::uint32_t primary, std::uint32_t secondary = 0);
+
+    // messages.cpp
+    void on_hello(connection &from, const wire::hello &message);
+    void on_find_lu(connection &from, const wire::find_lu &message);
+    void on_add_name(connection &from, const wire::name_change &message);
+    void on_remove_name(connection &from, const wire::name_change &message);
+    void on_allocate(connection &from, const wire::allocate &message, milliseconds now);
+    void on_accept(connection &from, const wire::accept &message, std::span<const std::byte> names, milliseconds now);
+    void on_cancel(connection &from, const wire::cancel &message);
+    void on_ended(connection &from, const wire::ended &message, milliseconds now);
+    void on_query_side_info(connection &from, const wire::query_side_info &message);
+    const lu_entry *local_lu(std::span<const std::uint8_t> alias) const;
+    void answer_allocation(connection_id to, std::uint32_t correlation, std::uint32_t primary,
+                           std::uint32_t secondary = 0);
+    void answer_accept(connection_id to, std::uint32_t correlation, std::uint32_t primary, std::uint32_t secondary = 0);
+
+    // sessions.cpp
+    bool session_free(const route &way) const;
+    void grant(connection &to, const wire::allocate &wanted, const route &way, milliseconds now);
+    void serve_waiting_allocations(const route &way, milliseconds now);
+    void check_attach(session &s, milliseconds now);
+    void place_attach(session &s, milliseconds now);
+    void start_program_for(const session &s);
+    void connect(session &s, connection &acceptor, std::uint32_t correlation, milliseconds now);
+    void leave_queue(const session &s);
+    void refuse(session &s, std::uint32_t sense, milliseconds now);
+    void end_is_done(session &s, bool allocating_end, milliseconds now);
+    bool attach_quota_left(const peer &who) const;
+    void no_longer_held(const session &s);
+    std::uint32_t unavailable_sense(const std::string &tp_name) const;
+    void release(session &s, milliseconds now);
+    void forget_request(connection &of, std::uint32_t correlation);
+
+    outside &world_;
+    config config_;
+    std::uint32_t broker_pid_;
+    std::map<connection_id, connection> connections_;
+    std::map<session_id, session> sessions_;
+    session_id last_session_ = 0;
+    std::uint64_t last_order_ = 0;
+    std::set<timer> timers_;
+    std::map<route, std::uint32_t> in_use_;                              // sessions of a route
+    std::map<route, std::map<std::uint64_t, waiting>> allocations_;      // waiting, oldest first
+    std::map<std::uint64_t, waiting> accepts_;                           // waiting, oldest first
+    std::unordered_map<std::string, std::set<std::uint64_t>> accepts_by_name_;
+    std::unordered_map<std::string, std::map<std::uint64_t, session_id>> queues_; // attaches by TP name
+    std::unordered_map<std::string, std::set<connection_id>> names_;     // who will accept what
+    std::unordered_set<std::string> names_ever_;                         // since the broker started
+    std::unordered_map<std::string, std::uint32_t> running_;             // started processes by TP name
+    std::unordered_set<std::string> started_and_accepted_;               // TP names whose process has accepted
+    std::map<std::uint32_t, std::uint32_t> connections_of_user_;
+    std::map<std::int32_t, std::uint32_t> connections_of_process_;
+    std::map<std::uint32_t, std::uint32_t> held_of_user_; // sessions whose accepting end the broker holds, by the
+    std::map<std::int32_t, std::uint32_t> held_of_process_; // allocating user and process
+    std::uint64_t accepted_total_ = 0;
+    std::uint64_t refused_total_ = 0;
+};
+
+template <class Message>
+void exchange::reply(connection_id to, Message &message, wire::message_kind kind, std::uint32_t correlation,
+                     handover what, session_id session)
+{
+    message.head = {static_cast<std::uint16_t>(kind), 0, sizeof message, correlation};
+    world_.send(to, std::as_bytes(std::span(&message, 1)), what, session);
+}
+
+} // namespace broker

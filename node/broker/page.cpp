@@ -1,0 +1,62 @@
+// page.cpp - makes the control page.
+#include "broker/page.hpp"
+
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+namespace broker {
+
+control_page_file::~control_page_file()
+{
+    if (content_ != nullptr)
+    {
+        munmap(content_, wire::control_page_size);
+    }
+    if (reader_ >= 0)
+    {
+        close(reader_);
+    }
+}
+
+bool control_page_file::open()
+{
+    int fd = memfd_create("cpicnode control page", MFD_CLOEXEC | MFD_ALLOW_SEALING);
+    if (fd < 0)
+    {
+        return false;
+    }
+    void *mapped = MAP_FAILED;
+    if (ftruncate(fd, wire::control_page_size) == 0)
+    {
+        mapped = mmap(nullptr, wire::control_page_size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    }
+    if (mapped == MAP_FAILED)
+    {
+        int trouble = errno;
+        close(fd);
+        errno = trouble;
+        return false;
+    }
+    content_ = static_cast<wire::control_page *>(mapped);
+    // Kernels before 5.1 do not have F_SEAL_FUTURE_WRITE; the read-only descriptor has to do there.
+    int size_seals = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL;
+    if (fcntl(fd, F_ADD_SEALS, size_seals | F_SEAL_FUTURE_WRITE) != 0)
+    {
+        fcntl(fd, F_ADD_SEALS, size_seals);
+    }
+    char path[40];
+    std::snprintf(path, sizeof path, "/proc/self/fd/%d", fd);
+    reader_ = ::open(path, O_RDONLY | O_CLOEXEC);
+    if (reader_ < 0)
+    {
+        reader_ = fd; // no /proc: the seals protect the page
+        return true;
+    }
+    close(fd);
+    return true;
+}
+
+} // namespace broker

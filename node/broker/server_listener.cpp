@@ -1,0 +1,150 @@
+// server_listener.cpp - the listening socket: how it comes, who gets in, and how the broker leaves without letting
+// anybody down who has connected at the last moment. One thread; the broker's lock file is held throughout, so the
+// socket's path belongs to us.
+#include "broker/server.hpp"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace broker {
+
+namespace {
+
+constexpr int connections_at_once = 64; // accepted before others have their turn
+
+} // namespace
+
+bool server::open_listener(std::string &trouble)
+{
+    if (options_.listener >= 0)
+    {
+        listener_ = options_.listener;
+        fcntl(listener_, F_SETFL, fcntl(listener_, F_GETFL) | O_NONBLOCK);
+        fcntl(listener_, F_SETFD, FD_CLOEXEC);
+        if (!watch(listener_, watched::listener, 0, EPOLLIN))
+        {
+            trouble = "the socket that the service manager has handed over cannot be watched";
+            return false;
+        }
+        return true;
+    }
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::string path = options_.directory + "/" + wire::socket_name;
+    if (path.size() >= sizeof address.sun_path)
+    {
+        trouble = "the path " + path + " is too long for a socket; name a shorter directory in CPIC_NODE_DIR";
+        return false;
+    }
+    std::memcpy(address.sun_path, path.c_str(), path.size());
+    unlink(path.c_str());
+    listener_ = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    // Others get past the socket's mode only when the configuration lets any of them in; who they are is looked at then.
+    mode_t mode = exchange_.settings().allowed_users.empty() ? 0600 : 0666;
+    if (listener_ < 0 || bind(listener_, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 ||
+        chmod(path.c_str(), mode) != 0 || listen(listener_, SOMAXCONN) != 0 ||
+        !watch(listener_, watched::listener, 0, EPOLLIN))
+    {
+        trouble = "the socket " + path + " cannot be made (" + std::strerror(errno) +
+                  "); look at the directory's owner, mode and free space";
+        return false;
+    }
+    own_socket_ = true;
+    return true;
+}
+
+void server::accept_connections()
+{
+    for (int i = 0; i < connections_at_once; ++i)
+    {
+        int fd = accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+        if (fd >= 0)
+        {
+            if (!accept_one(fd))
+            {
+                close(fd);
+            }
+            continue;
+        }
+        if (errno == EMFILE || errno == ENFILE)
+        {
+            // No descriptor is left: whoever waits learns it by the end of his connection, and does not wait on.
+            close(spare_);
+            fd = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+            if (fd >= 0)
+            {
+                close(fd);
+                log_line("refused a connection: no descriptor is left; raise the limit of open files");
+            }
+            spare_ = dup(epoll_);
+            continue;
+        }
+        if (errno != EINTR && errno != ECONNABORTED)
+        {
+            return;
+        }
+    }
+}
+
+bool server::idle_for(milliseconds &left)
+{
+    milliseconds limit = options_.idle_ms >= 0 ? options_.idle_ms : exchange_.settings().idle_ms;
+    if (limit == 0 || !links_.empty() || !exchange_.sessions().empty() || !children_.empty())
+    {
+        return false;
+    }
+    left = idle_since_ + limit - now();
+    return true;
+}
+
+// True: nobody has connected meanwhile (or we were told to stop), the broker may end. Else it goes on with a new
+// socket, and those who came are served.
+bool server::leave()
+{
+    if (!own_socket_)
+    {
+        return true; // the service manager keeps the socket, and whoever waits at it starts the broker again
+    }
+    // From here on nobody can connect; who already has is found by accept.
+    shutdown(listener_, SHUT_RD);
+    bool somebody = false;
+    for (;;)
+    {
+        int fd = accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+        if (fd < 0 && errno != EINTR && errno != ECONNABORTED)
+        {
+            break;
+        }
+        if (fd >= 0 && !stopping_ && accept_one(fd))
+        {
+            somebody = true;
+        }
+        else if (fd >= 0)
+        {
+            close(fd);
+        }
+    }
+    close(listener_);
+    listener_ = -1;
+    if (!somebody)
+    {
+        unlink((options_.directory + "/" + wire::socket_name).c_str());
+        log_line(stopping_ ? "ends" : "ends: nobody has needed it for a while");
+        return true;
+    }
+    std::string trouble;
+    if (!open_listener(trouble))
+    {
+        log_line(trouble);
+        return true;
+    }
+    return false;
+}
+
+} // namespace broker

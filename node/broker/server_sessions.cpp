@@ -1,0 +1,251 @@
+// server_sessions.cpp - the socket pairs of sessions while the broker holds an end, and the programs that it starts.
+// One thread.
+#include "broker/server.hpp"
+
+#include "broker/names.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <grp.h>
+#include <pwd.h>
+#include <csignal>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace broker {
+
+namespace {
+
+// What the environment of a started program is made of, and the arguments; pointers into the strings.
+std::vector<char *> pointers(std::vector<std::string> &strings)
+{
+    std::vector<char *> list;
+    for (std::string &one : strings)
+    {
+        list.push_back(one.data());
+    }
+    list.push_back(nullptr);
+    return list;
+}
+
+// Sets a variable, whether it is there already or not.
+void set_variable(std::vector<std::string> &environment, const std::string &name, const std::string &value)
+{
+    std::erase_if(environment, [&](const std::string &one) { return one.starts_with(name + "="); });
+    environment.push_back(name + "=" + value);
+}
+
+} // namespace
+
+bool server::open_session(session_id id)
+{
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends) != 0)
+    {
+        log_line(std::string("cannot make a session: ") + std::strerror(errno));
+        return false;
+    }
+    if (!watch(ends[1], watched::session, id, EPOLLIN))
+    {
+        close(ends[0]);
+        close(ends[1]);
+        return false;
+    }
+    held_session &added = held_[id];
+    added.allocating_end = ends[0];
+    added.held_end = ends[1];
+    return true;
+}
+
+// Never reads past the ATTACH: what follows is for the accepting program.
+attach_seen server::look(session_id id)
+{
+    auto found = held_.find(id);
+    if (found == held_.end())
+    {
+        return attach_seen::nothing;
+    }
+    held_session &session = found->second;
+    while (session.read < sizeof session.header)
+    {
+        ssize_t size = recv(session.held_end, session.header + session.read, sizeof session.header - session.read,
+                            MSG_DONTWAIT);
+        if (size < 0 && errno == EINTR)
+        {
+            continue;
+        }
+        if (size < 0 && errno == EAGAIN)
+        {
+            return attach_seen::nothing;
+        }
+        if (size <= 0)
+        {
+            return attach_seen::broken;
+        }
+        session.read += static_cast<std::size_t>(size);
+    }
+    epoll_ctl(epoll_, EPOLL_CTL_DEL, session.held_end, nullptr);
+    wire::frame_header wanted{};
+    wanted.kind = static_cast<std::uint8_t>(wire::frame_kind::attach);
+    return std::memcmp(session.header, &wanted, sizeof wanted) == 0 ? attach_seen::attach : attach_seen::broken;
+}
+
+void server::refuse(session_id id, std::uint32_t sense)
+{
+    auto found = held_.find(id);
+    if (found == held_.end())
+    {
+        return;
+    }
+    struct
+    {
+        wire::frame_header header;
+        wire::error_head error;
+    } frame{};
+    frame.header.length = sizeof frame.error;
+    frame.header.kind = static_cast<std::uint8_t>(wire::frame_kind::error);
+    frame.header.flags = wire::flag_end;
+    frame.error.sense = sense;
+    int fd = found->second.held_end;
+    ::send(fd, &frame, sizeof frame, MSG_DONTWAIT | MSG_NOSIGNAL);
+    // A socket that is closed with data unread resets the other end; take what is there, within reason.
+    char unread[16384];
+    for (int i = 0; i < 64 && recv(fd, unread, sizeof unread, MSG_DONTWAIT) > 0; ++i)
+    {
+    }
+    drop_session(id);
+}
+
+void server::drop_session(session_id id)
+{
+    auto found = held_.find(id);
+    if (found == held_.end())
+    {
+        return;
+    }
+    epoll_ctl(epoll_, EPOLL_CTL_DEL, found->second.held_end, nullptr);
+    close(found->second.held_end);
+    if (found->second.allocating_end >= 0)
+    {
+        close(found->second.allocating_end);
+    }
+    held_.erase(found);
+}
+
+void server::verify(session_id session, const std::string &hash, const std::string &password)
+{
+    passwords_.check(session, hash, password);
+}
+
+void server::start_program(const program_entry &program, const std::string &local_alias)
+{
+    std::vector<std::string> arguments{program.command};
+    arguments.insert(arguments.end(), program.arguments.begin(), program.arguments.end());
+    std::vector<std::string> environment;
+    for (char **variable = environ; *variable != nullptr; ++variable)
+    {
+        environment.emplace_back(*variable);
+    }
+    set_variable(environment, "CPIC_NODE_DIR", options_.directory);
+    // A service TP name is no text that the variable could carry: such a program names itself.
+    std::string name = tp_name_text(program.tp_name);
+    if (tp_name_bytes(name) == program.tp_name)
+    {
+        set_variable(environment, "APPCTPN", name);
+    }
+    set_variable(environment, "APPCLLU", local_alias);
+    for (const auto &[variable, value] : program.environment)
+    {
+        set_variable(environment, variable, value);
+    }
+    uid_t uid = geteuid();
+    gid_t gid = getegid();
+    std::vector<gid_t> groups;
+    bool other_user = false;
+    std::string trouble;
+    if (!program.user.empty())
+    {
+        char room[4096];
+        passwd entry;
+        passwd *found = nullptr;
+        if (getpwnam_r(program.user.c_str(), &entry, room, sizeof room, &found) != 0 || found == nullptr)
+        {
+            trouble = "user " + program.user + " does not exist";
+        }
+        else if (found->pw_uid != uid)
+        {
+            other_user = true;
+            uid = found->pw_uid;
+            gid = found->pw_gid;
+            int count = 256;
+            groups.resize(static_cast<std::size_t>(count));
+            getgrouplist(program.user.c_str(), gid, groups.data(), &count);
+            groups.resize(static_cast<std::size_t>(std::min(count, 256)));
+            if (geteuid() != 0)
+            {
+                trouble = "only a node that runs as root can start it as user " + program.user;
+            }
+        }
+    }
+    std::vector<char *> argv = pointers(arguments);
+    std::vector<char *> envp = pointers(environment);
+    int report[2];
+    if (trouble.empty() && pipe2(report, O_CLOEXEC) != 0)
+    {
+        trouble = std::strerror(errno);
+    }
+    pid_t pid = -1;
+    if (trouble.empty())
+    {
+        pid = fork();
+        if (pid == 0)
+        {
+            // Only what a forked thread may call. Standard output and error are the broker's: its log.
+            sigset_t none;
+            sigemptyset(&none);
+            sigprocmask(SIG_SETMASK, &none, nullptr);
+            std::signal(SIGPIPE, SIG_DFL);
+            setsid();
+            int null = ::open("/dev/null", O_RDONLY);
+            dup2(null, STDIN_FILENO);
+            if (!other_user ||
+                (setgroups(groups.size(), groups.data()) == 0 && setgid(gid) == 0 && setuid(uid) == 0))
+            {
+                execve(program.command.c_str(), argv.data(), envp.data());
+            }
+            int error = errno;
+            [[maybe_unused]] ssize_t written = write(report[1], &error, sizeof error);
+            _exit(127);
+        }
+        int error = pid < 0 ? errno : 0;
+        close(report[1]);
+        if (pid > 0)
+        {
+            while (read(report[0], &error, sizeof error) < 0 && errno == EINTR)
+            {
+            }
+        }
+        close(report[0]);
+        if (error != 0)
+        {
+            trouble = std::strerror(error);
+        }
+    }
+    if (!trouble.empty())
+    {
+        log_line("cannot start " + program.command + " for TP " + name + ": " + trouble);
+    }
+    if (pid > 0)
+    {
+        children_[pid] = {program.tp_name, program.command};
+    }
+    else
+    {
+        not_started_.push_back(program.tp_name);
+    }
+}
+
+} // namespace broker
