@@ -88,7 +88,7 @@ static void wait_blocked(conversation *conv, short events)
         conv->waiter = nullptr;
         if (ready != 0 && conv->stop == 0)
         {
-            events = verb_advance(conv);
+            events = verb_advance(conv, ready);
         }
     }
 }
@@ -139,7 +139,7 @@ void conversation_ready(conversation *conv)
     {
         return;
     }
-    const short events = verb_advance(conv);
+    const short events = verb_advance(conv, POLLIN | POLLOUT);
     if (events != 0 && conv->stop == 0 && wait_pending(conv, events))
     {
         return;

@@ -143,8 +143,8 @@ void conversation_close(conversation *conv);
 // Begins the verb whose record has been put into conv, and goes on with it; both return the events to wait for, or 0:
 // complete, conv->result says how.
 short verb_begin(conversation *conv);
-// Goes on with the verb at work as far as it gets.
-short verb_advance(conversation *conv);
+// Goes on with the verb at work as far as it gets. ready: what the descriptor is ready for, 0: nothing is known.
+short verb_advance(conversation *conv, short ready);
 
 // The verb at work is complete: fills its record, ends the conversation if it is over (conv is freed then), and calls
 // the routine of a pending verb.

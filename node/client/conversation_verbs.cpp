@@ -78,7 +78,7 @@ short write_job(conversation *conv)
     {
         lu62::reply_expected(conv->engine);
     }
-    return verb_advance(conv);
+    return verb_advance(conv, 0);
 }
 
 // ---- the verbs ---------------------------------------------------------------------------------------------------
@@ -225,7 +225,7 @@ short begin_receive(conversation *conv, bool immediate)
         return write_job(conv);
     }
     conv->at = phase::receive;
-    return verb_advance(conv);
+    return verb_advance(conv, 0);
 }
 
 short begin_test_rts(conversation *conv)
@@ -244,26 +244,23 @@ short begin_test_rts(conversation *conv)
 
 // ---- going on ----------------------------------------------------------------------------------------------------
 
-// The socket takes no more of the job for now.
-short write_blocked(conversation *conv)
+// Whoever has the turn reads while it waits to write: the partner's error ends the verb, and what our own error has made
+// void is cleared away, so that two ends that both write do not wait for each other. An end has no use for news.
+bool reads_while_writing(const conversation *conv)
 {
     const lu62::state now = conv->engine.now;
 
-    // Whoever has the turn reads while it waits: the partner's error ends the verb, and what our own error has made void
-    // is cleared away, so that two ends that both write do not wait for each other. An end has no use for news.
-    if (conv->end_only || (now != lu62::state::send && now != lu62::state::send_pending))
+    return !conv->end_only && (now == lu62::state::send || now == lu62::state::send_pending);
+}
+
+// The partner has made void what the job was about to write.
+short cut_short(conversation *conv)
+{
+    if (!job_abandon(conv))
     {
-        return POLLOUT;
+        fail_no_memory(conv);
     }
-    if (news_waiting(conv))
-    {
-        if (!job_abandon(conv))
-        {
-            fail_no_memory(conv);
-        }
-        return tell_news(conv);
-    }
-    return POLLIN | POLLOUT;
+    return tell_news(conv);
 }
 
 // The job is written. True: the verb is complete.
@@ -433,8 +430,12 @@ short verb_begin(conversation *conv)
     }
 }
 
-short verb_advance(conversation *conv)
+short verb_advance(conversation *conv, short ready)
 {
+    if (conv->at == phase::write && (ready & ~POLLOUT) != 0 && reads_while_writing(conv) && news_waiting(conv))
+    {
+        return cut_short(conv);
+    }
     while (conv->stop == 0)
     {
         bool complete = false;
@@ -444,7 +445,7 @@ short verb_advance(conversation *conv)
         case phase::write:
             if (!job_write(conv))
             {
-                return write_blocked(conv);
+                return reads_while_writing(conv) ? POLLIN | POLLOUT : POLLOUT;
             }
             complete = written(conv);
             break;
