@@ -41,6 +41,7 @@ protected:
         cccb.ulSendType = 4;
         cccb.ulReturnControl = 1;
         cccb.usProcessingMode = 1;
+        cccb.usInitialized = 1; /* the two bytes behind it */
         cccb.usLogDataLen = 12;
         cccb.LogData = log_data;
         cccb.SideInfo.ulSecurityType = 2;
