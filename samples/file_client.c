@@ -161,7 +161,7 @@ int main(int argc, char **argv)
     fclose(file);
     receive_answer(conversation, answer);
     cmdeal(conversation, &rc);
-    must("CMDEAL", rc, "the conversation is over");
+    must("CMDEAL", rc, "the conversation is over on both sides");
 
     snprintf(expected, sizeof expected, FILE_ANSWER, sent, crc);
     if (strcmp(answer, expected) != 0)

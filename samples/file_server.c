@@ -109,7 +109,8 @@ int main(int argc, char **argv)
             }
         }
     } while (got.status != CM_SEND_RECEIVED);
-    file_line(WHO, "received %llu bytes in %llu records, CRC-32 %08lX; it is our turn to send", bytes, records, crc);
+    file_line(WHO, "received %llu bytes in %llu %s, CRC-32 %08lX; it is our turn to send", bytes, records,
+              records == 1 ? "record" : "records", crc);
     if (file != NULL && fclose(file) != 0)
     {
         file_line(WHO, "writing %s failed: %s", save, strerror(errno));

@@ -66,12 +66,12 @@ static void file_line(const char *who, const char *format, ...)
 /* Says how a call went: what was called, the return code by name, and either what it means or what to do. */
 static void file_step(const char *who, const char *call, CM_RETURN_CODE rc, const char *meaning)
 {
-    const char *hint = cpic_rc_hint(rc);
+    const char *hint = cpic_rc_hint(rc), *remark = hint[0] != '\0' ? hint : meaning;
 
     if (strcmp(cpic_rc_name(rc), "an unlisted return code") == 0)
-        file_line(who, "%-28s -> return code %ld   %s", call, (long)rc, hint);
+        file_line(who, "%-28s -> return code %ld   %s", call, (long)rc, remark);
     else
-        file_line(who, "%-28s -> %-8s %s", call, cpic_rc_name(rc), hint[0] != '\0' ? hint : meaning);
+        file_line(who, "%-28s -> %s%s%s", call, cpic_rc_name(rc), remark[0] != '\0' ? "    " : "", remark);
 }
 
 #endif
