@@ -209,3 +209,27 @@ TEST_F(Frame, cmflus_with_the_trace_off_writes_no_record_and_looks_up_once)
     EXPECT_EQ(CM_OK, call(cmflus, id));
     EXPECT_TRUE(node.trace.empty());
 }
+
+TEST_F(Frame, cmflus_with_the_trace_on_writes_a_request_and_a_response)
+{
+    Id id = allocated();
+    node.api_trace(true);
+    EXPECT_EQ(CM_OK, call(cmflus, id));
+    unsigned records = 0;
+    for (const auto &line : node.trace)
+    {
+        records += line.first == "sep" ? 1 : 0;
+    }
+    EXPECT_EQ(2u, records);
+}
+
+TEST_F(Frame, cmflus_completing_later_writes_its_own_response)
+{
+    Id id = non_blocking();
+    node.next(NAP_FLUSH, later());
+    node.api_trace(true);
+    EXPECT_EQ(CM_OPERATION_INCOMPLETE, call(cmflus, id));
+    const size_t before = node.trace.size();
+    node.deliver_all();
+    EXPECT_LT(before, node.trace.size());
+}
