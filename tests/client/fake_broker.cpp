@@ -345,6 +345,13 @@ std::string node_directory_test::contents(const char *file) const
     return all.str();
 }
 
+void leave_child(int code)
+{
+    std::string command = "exit " + std::to_string(code);
+    execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
+    _exit(126);
+}
+
 void connected_test::SetUp()
 {
     node_directory_test::SetUp();

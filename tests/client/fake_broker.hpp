@@ -79,6 +79,10 @@ protected:
     std::string directory;
 };
 
+// Ends the child of a fork with an exit code. It leaves through another program: to a memory checker that follows the
+// child, what the other threads of the parent had in their hands would look lost.
+[[noreturn]] void leave_child(int code);
+
 // Beside that: a fake broker, and the program connected to it as a path user.
 class connected_test : public node_directory_test
 {

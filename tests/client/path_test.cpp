@@ -369,7 +369,7 @@ TEST_F(path, the_child_of_a_fork_begins_anew_and_leaves_the_parents_conversation
         wrong |= path_user_handle == 0 ? 32 : 0;
         VERB_RECORD mine = started();
         wrong |= std::memcmp(mine.tp_started.tp_id, tp.tp_started.tp_id, 8) == 0 ? 64 : 0;
-        _exit(wrong);
+        leave_child(wrong);
     }
     int status = 0;
     EXPECT_EQ(waitpid(child, &status, 0), child);
@@ -407,7 +407,7 @@ TEST_F(path, a_child_keeps_no_descriptor_of_its_parent)
         char byte;
         close(ends[1]);
         ssize_t got = read(ends[0], &byte, 1); // lives until the parent says
-        _exit(got == 0 ? 0 : 1);
+        leave_child(got == 0 ? 0 : 1);
     }
     close(ends[0]);
     // The parent's end goes away; the partner must see it although the child lives.
@@ -440,7 +440,7 @@ TEST_F(path, a_fork_while_other_threads_wait)
     if (child == 0)
     {
         vpm_unlock(vpm_lock()); // must not wait for the thread that does not exist here
-        _exit(events == 1 ? 0 : 1);
+        leave_child(events == 1 ? 0 : 1);
     }
     int status;
     waitpid(child, &status, 0);

@@ -90,7 +90,7 @@ TEST_F(texts, records_of_many_processes_stay_whole)
             {
                 nba_pd_print_problem(7, n, "ba", bytes, 200u);
             }
-            _exit(0);
+            leave_child(0);
         }
         children.push_back(child);
     }
@@ -119,7 +119,7 @@ TEST_F(texts, trouble_with_a_log_is_told_once_and_goes_on)
         dup2(ends[1], STDERR_FILENO);
         nba_pd_print_problem(1, 1, "");
         nba_pd_print_problem(2, 2, "");
-        _exit(0);
+        leave_child(0);
     }
     close(ends[1]);
     std::string said;
@@ -145,7 +145,7 @@ TEST_F(texts, a_directory_that_others_may_write_to_is_refused)
     {
         dup2(ends[1], STDERR_FILENO);
         nba_pd_print_problem(1, 1, "");
-        _exit(0);
+        leave_child(0);
     }
     close(ends[1]);
     char buffer[512] = {};
@@ -253,7 +253,7 @@ TEST_F(traces, records_of_many_processes_do_not_mix)
                 }
                 trc_unlock_file(&trc_api);
             }
-            _exit(0);
+            leave_child(0);
         }
         children.push_back(child);
     }

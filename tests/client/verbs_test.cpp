@@ -112,6 +112,7 @@ TEST_F(verbs, a_started_tp_has_an_identifier_of_its_own_and_the_default_lu)
         EXPECT_TRUE(seen.insert(id).second);
         EXPECT_EQ(std::memcmp(tp.tp_started.lu_alias, "LOCALLU ", 8), 0);
     }
+    EXPECT_TRUE(broker->wait_for(message_kind::find_lu, 1));
     EXPECT_EQ(broker->count(message_kind::find_lu), 1) << "the broker is asked once for each alias";
 }
 
@@ -120,7 +121,7 @@ TEST_F(verbs, a_reload_of_the_configuration_makes_the_answer_void)
     started();
     broker->set_page_byte(offsetof(control_page, config_generation), 1);
     started();
-    EXPECT_EQ(broker->count(message_kind::find_lu), 2);
+    EXPECT_TRUE(broker->wait_for(message_kind::find_lu, 2));
 }
 
 TEST_F(verbs, a_tp_on_an_unknown_lu_is_refused)

@@ -1,0 +1,253 @@
+// start_test.cpp - the client library with the real broker: starting it, talking through it, losing it.
+#include "fake_broker.hpp"
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <dirent.h>
+#include <fstream>
+#include <sstream>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+class start : public node_directory_test
+{
+protected:
+    void TearDown() override
+    {
+        for (pid_t broker : brokers())
+        {
+            kill(broker, SIGKILL);
+        }
+        for (int i = 0; i < 500 && !brokers().empty(); i++)
+        {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        vpm_asm_event_fd();
+        node_directory_test::TearDown();
+    }
+
+    // The processes whose arguments name this test's directory.
+    std::vector<pid_t> brokers() const
+    {
+        std::vector<pid_t> found;
+        DIR *opened = opendir("/proc");
+        while (dirent *entry = readdir(opened))
+        {
+            std::ifstream stream(std::string("/proc/") + entry->d_name + "/cmdline");
+            std::stringstream all;
+            all << stream.rdbuf();
+            std::string arguments = all.str();
+            if (arguments.find("cpicnoded") != std::string::npos && arguments.find(directory) != std::string::npos)
+            {
+                found.push_back(std::atoi(entry->d_name));
+            }
+        }
+        closedir(opened);
+        return found;
+    }
+
+    static u32 user;
+    static int events;
+
+    static bool connect()
+    {
+        u16 token = vpm_lock();
+        vpm_init_path_user(0, 0, [](u32, path_event *) -> u32 {
+            events++;
+            vpm_terminate_path_user(user);
+            user = 0;
+            return 0;
+        }, 0, &user);
+        vpm_unlock(token);
+        return user != 0;
+    }
+
+    static void issue(void *record)
+    {
+        u16 token = vpm_lock();
+        appc_c_version(NAP_VERSION, record);
+        vpm_unlock(token);
+    }
+};
+
+u32 start::user;
+int start::events;
+
+TEST_F(start, the_first_program_starts_a_broker_unnoticed)
+{
+    static std::atomic<int> signals;
+    struct sigaction action = {};
+    action.sa_handler = [](int) { signals++; };
+    sigaction(SIGCHLD, &action, nullptr);
+    ASSERT_TRUE(connect()) << contents("problem.log") << contents("broker.log");
+    EXPECT_EQ(signals, 0);
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1); // there is no child
+    EXPECT_EQ(brokers().size(), 1u);
+    signal(SIGCHLD, SIG_DFL);
+}
+
+TEST_F(start, a_program_that_ignores_its_children_starts_one_too)
+{
+    signal(SIGCHLD, SIG_IGN);
+    EXPECT_TRUE(connect()) << contents("problem.log") << contents("broker.log");
+    signal(SIGCHLD, SIG_DFL);
+}
+
+TEST_F(start, ten_programs_at_once_start_one_broker)
+{
+    int go[2];
+    int ready[2];
+    int leave[2];
+    ASSERT_EQ(pipe(go), 0);
+    ASSERT_EQ(pipe(ready), 0);
+    ASSERT_EQ(pipe(leave), 0);
+    std::vector<pid_t> children;
+    for (int i = 0; i < 10; i++)
+    {
+        pid_t child = fork();
+        if (child == 0)
+        {
+            close(go[1]);
+            close(leave[1]);
+            char byte;
+            bool good = read(go[0], &byte, 1) == 0;
+            good = connect() && good;
+            byte = good ? 'y' : 'n';
+            good = write(ready[1], &byte, 1) == 1 && good;
+            good = read(leave[0], &byte, 1) == 0 && good;
+            leave_child(good ? 0 : 1);
+        }
+        children.push_back(child);
+    }
+    close(go[1]); // all of them go
+    std::string answers;
+    while (answers.size() < 10)
+    {
+        char byte;
+        ASSERT_EQ(read(ready[0], &byte, 1), 1);
+        answers += byte;
+    }
+    EXPECT_EQ(answers, std::string(10, 'y')) << contents("problem.log") << contents("broker.log");
+    EXPECT_EQ(brokers().size(), 1u);
+    close(leave[1]);
+    for (pid_t child : children)
+    {
+        int status;
+        waitpid(child, &status, 0);
+        EXPECT_EQ(status, 0);
+    }
+    for (int fd : {go[0], ready[0], ready[1], leave[0]})
+    {
+        close(fd);
+    }
+}
+
+TEST_F(start, a_broker_that_is_killed_ends_what_waits_and_the_next_call_starts_another)
+{
+    ASSERT_TRUE(connect());
+    u8 name[64];
+    std::memset(name, 0xC1, sizeof name);
+    VERB_LOCAL_TP_NAME define = {};
+    define.opcode = NAP_DEFINE_LOCAL_TP_NAME;
+    std::memcpy(define.tp_name, name, sizeof name);
+    issue(&define);
+    EXPECT_EQ(define.primary_rc, 0);
+    VERB_RECORD accept = {};
+    accept.opcode = NAP_RECEIVE_ALLOCATE_CPIC;
+    accept.rcvallcp.rcv_alloc.tp_name_count = 1;
+    accept.rcvallcp.rcv_alloc.tp_name_list = name;
+    std::chrono::steady_clock::time_point killed;
+    std::thread killer([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100)); // either way of it must work: waiting or not yet
+        killed = std::chrono::steady_clock::now();
+        kill(brokers().at(0), SIGKILL);
+    });
+    int before = events;
+    issue(&accept);
+    EXPECT_LT(std::chrono::steady_clock::now() - killed, std::chrono::seconds(2));
+    killer.join();
+    EXPECT_EQ(accept.header.primary_rc, primary_word(wire::rc_comm_subsystem_abended));
+    vpm_unlock(vpm_lock());
+    EXPECT_EQ(events, before + 1);
+    ASSERT_TRUE(connect()) << contents("problem.log") << contents("broker.log");
+    VERB_RECORD tp = {};
+    tp.opcode = NAP_TP_STARTED;
+    issue(&tp);
+    EXPECT_EQ(tp.header.primary_rc, 0);
+}
+
+TEST_F(start, two_programs_converse)
+{
+    ASSERT_TRUE(connect());
+    u8 name[64];
+    std::memset(name, 0x40, sizeof name);
+    std::memset(name, 0xC1, 8);
+    VERB_LOCAL_TP_NAME define = {};
+    define.opcode = NAP_DEFINE_LOCAL_TP_NAME;
+    std::memcpy(define.tp_name, name, sizeof name);
+    issue(&define);
+    ASSERT_EQ(define.primary_rc, 0);
+    pid_t child = fork();
+    if (child == 0)
+    {
+        vpm_unlock(vpm_lock());
+        VERB_RECORD tp = {};
+        tp.opcode = NAP_TP_STARTED;
+        VERB_RECORD record = {};
+        record.opcode = NAP_M_ALLOCATE;
+        if (!connect())
+        {
+            leave_child(1);
+        }
+        issue(&tp);
+        record.header.opext = 1;
+        std::memcpy(record.alloc.header.tp_id, tp.tp_started.tp_id, 8);
+        std::memcpy(record.alloc.plu_alias, tp.tp_started.lu_alias, 8);
+        std::memset(record.alloc.mode_name, 0x40, 8);
+        std::memcpy(record.alloc.tp_name, name, 64);
+        issue(&record);
+        if (record.header.primary_rc != 0)
+        {
+            leave_child(2);
+        }
+        VERB_RECORD send = {};
+        send.opcode = NAP_SEND_DATA;
+        send.header = record.header;
+        send.header.opcode = NAP_SEND_DATA;
+        send.send.buffer = reinterpret_cast<const u8 *>("a word");
+        send.send.length = 6;
+        send.send.type = 5; // and deallocate
+        issue(&send);
+        leave_child(send.header.primary_rc == 0 ? 0 : 3);
+    }
+    VERB_RECORD accept = {};
+    accept.opcode = NAP_RECEIVE_ALLOCATE_CPIC;
+    accept.rcvallcp.rcv_alloc.tp_name_count = 1;
+    accept.rcvallcp.rcv_alloc.tp_name_list = name;
+    issue(&accept);
+    ASSERT_EQ(accept.header.primary_rc, 0);
+    EXPECT_EQ(std::memcmp(accept.rcvallcp.rcv_alloc.tp_name, name, 64), 0);
+    u8 buffer[20];
+    VERB_RECORD receive = {};
+    receive.opcode = NAP_RECEIVE_AND_WAIT;
+    receive.header.opext = 1;
+    std::memcpy(receive.header.tp_id, accept.rcvallcp.rcv_alloc.tp_id, 8);
+    receive.header.conv_id = accept.rcvallcp.rcv_alloc.conv_id;
+    receive.receive.buffer = buffer;
+    receive.receive.max_length = sizeof buffer;
+    issue(&receive);
+    EXPECT_EQ(receive.header.primary_rc, 0);
+    EXPECT_EQ(receive.receive.length, 6);
+    EXPECT_EQ(std::memcmp(buffer, "a word", 6), 0);
+    receive.receive.what_received = 0;
+    issue(&receive);
+    EXPECT_EQ(receive.header.primary_rc, 0x0900);
+    int status;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+}
+
+} // namespace
