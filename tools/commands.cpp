@@ -25,6 +25,12 @@ using json = nlohmann::ordered_json;
 
 constexpr int end_seconds = 10; // how long a broker may take to end
 
+// Bytes that are no UTF-8 (of a directory's name, say) come out as the replacement character.
+void show(const json &document)
+{
+    std::cout << document.dump(2, ' ', false, json::error_handler_t::replace) << "\n";
+}
+
 int fail(const std::string &text)
 {
     std::cerr << "cpicnode: " << text << "\n";
@@ -35,7 +41,7 @@ int no_node(const setting &where)
 {
     if (where.json)
     {
-        std::cout << json{{"state", "stopped"}, {"directory", where.directory}}.dump(2) << "\n";
+        show({{"state", "stopped"}, {"directory", where.directory}});
     }
     else
     {
@@ -166,11 +172,9 @@ int start(const setting &where, const std::string &config_file, double idle_seco
     }
     if (where.json)
     {
-        std::cout << json{{"result", already ? "already running" : "started"},
-                          {"directory", where.directory},
-                          {"pid", link.broker_pid()}}
-                         .dump(2)
-                  << "\n";
+        show({{"result", already ? "already running" : "started"},
+              {"directory", where.directory},
+              {"pid", link.broker_pid()}});
     }
     else if (already)
     {
@@ -222,8 +226,7 @@ int stop(const setting &where)
     }
     if (where.json)
     {
-        std::cout << json{{"result", "stopped"}, {"directory", where.directory}, {"pid", link.broker_pid()}}.dump(2)
-                  << "\n";
+        show({{"result", "stopped"}, {"directory", where.directory}, {"pid", link.broker_pid()}});
     }
     else
     {

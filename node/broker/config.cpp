@@ -416,7 +416,7 @@ bool duplicate(const std::vector<Entry> &entries, std::string Entry::*field, con
     if (found)
     {
         findings.error(one.where(key), std::string(key) + " = " + quoted(shown) +
-                                           " a second time, expected a " + key + " of its own");
+                                           " a second time, expected one of its own");
     }
     return found;
 }

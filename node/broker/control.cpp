@@ -14,6 +14,12 @@ namespace {
 
 using json = nlohmann::ordered_json;
 
+// Bytes that are no UTF-8 (of a file name, say) come out as the replacement character.
+std::string document_text(const json &document)
+{
+    return document.dump(2, ' ', false, json::error_handler_t::replace) + "\n";
+}
+
 std::string value_text(const json &value)
 {
     if (value.is_string())
@@ -383,16 +389,16 @@ std::string findings_json(const std::string &file, const config_findings &findin
                      {"good", findings.errors.empty()},
                      {"errors", findings.errors},
                      {"warnings", findings.warnings}};
-    return document.dump(2) + "\n";
+    return document_text(document);
 }
 
 control_answer answer_command(desk &node, const std::string &command, bool as_json, bool may_change)
 {
     auto facts = [&](const json &document) {
-        return control_answer{true, as_json ? document.dump(2) + "\n" : facts_text(document)};
+        return control_answer{true, as_json ? document_text(document) : facts_text(document)};
     };
     auto wrong = [&](const std::string &text) {
-        return control_answer{false, as_json ? json{{"error", text}}.dump(2) + "\n" : text + "\n"};
+        return control_answer{false, as_json ? document_text(json{{"error", text}}) : text + "\n"};
     };
     if (command == "status")
     {
@@ -403,7 +409,7 @@ control_answer answer_command(desk &node, const std::string &command, bool as_js
         if (command == std::string("show ") + row.what)
         {
             json rows = row.make(node);
-            return {true, as_json ? rows.dump(2) + "\n" : table_text(rows)};
+            return {true, as_json ? document_text(rows) : table_text(rows)};
         }
     }
     struct
@@ -422,7 +428,9 @@ control_answer answer_command(desk &node, const std::string &command, bool as_js
                               [&](const auto &row) { return command == row.command; });
     if (known == std::end(switches) && command != "stop" && command != "reload")
     {
-        return wrong("the node does not know the command \"" + command +
+        std::string shown = command.substr(0, 40);
+        std::replace_if(shown.begin(), shown.end(), [](char c) { return c < 0x20 || c > 0x7E; }, '?');
+        return wrong("the node does not know the command \"" + shown +
                      "\"; control program and node may be of different versions");
     }
     if (!may_change)
@@ -438,7 +446,7 @@ control_answer answer_command(desk &node, const std::string &command, bool as_js
     {
         bool good = false;
         json answer = reload(node, good);
-        return {good, as_json ? answer.dump(2) + "\n" : reload_text(answer)};
+        return {good, as_json ? document_text(answer) : reload_text(answer)};
     }
     switch_bit(node.page(), known->byte, known->bit, known->set);
     return facts({{"api_trace", trace_on(node.page())}, {"audit", audit_on(node.page())}});

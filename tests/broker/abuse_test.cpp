@@ -1,0 +1,383 @@
+// abuse_test.cpp - clients that lie, flood or stall cost their own connection, and nothing else.
+#include "processes.hpp"
+
+#include <csignal>
+#include <fcntl.h>
+#include <filesystem>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace test {
+namespace {
+
+struct abused_node : node
+{
+    void SetUp() override
+    {
+        node::SetUp();
+        start();
+    }
+    // Another program is served as if nothing had happened.
+    void expect_service()
+    {
+        client server(directory);
+        client caller(directory);
+        ASSERT_TRUE(server.connected());
+        ASSERT_TRUE(caller.connected());
+        server.greet();
+        caller.greet();
+        server.add_name("WITNESS");
+        ASSERT_TRUE(server.accept("WITNESS"));
+        received granted = caller.allocate("WITNESS");
+        ASSERT_EQ(granted.descriptors.size(), 1u);
+        send_attach(granted.descriptors[0], "hello");
+        received taken = server.next();
+        ASSERT_EQ(taken.descriptors.size(), 1u);
+        EXPECT_EQ(read_bytes(taken.descriptors[0], 5), "hello");
+        close(granted.descriptors[0]);
+        close(taken.descriptors[0]);
+    }
+    std::size_t broker_descriptors() const
+    {
+        std::size_t count = 0;
+        for ([[maybe_unused]] const auto &entry :
+             std::filesystem::directory_iterator("/proc/" + std::to_string(broker_pid()) + "/fd"))
+        {
+            ++count;
+        }
+        return count;
+    }
+};
+
+TEST_F(abused_node, Garbage)
+{
+    std::uint32_t random = 7;
+    for (int i = 0; i < 300; ++i)
+    {
+        client bad(directory);
+        if (i % 2 == 0)
+        {
+            bad.greet();
+        }
+        random = random * 1664525 + 1013904223;
+        std::vector<std::byte> bytes(1 + (random >> 8) % 300);
+        for (std::byte &b : bytes)
+        {
+            random = random * 1664525 + 1013904223;
+            b = static_cast<std::byte>(random >> 24);
+        }
+        ASSERT_TRUE(bad.send_bytes(bytes));
+        EXPECT_TRUE(bad.closed_by_broker());
+    }
+    expect_service();
+}
+
+TEST_F(abused_node, AMessageLongerThanAny)
+{
+    client bad(directory);
+    bad.greet();
+    std::vector<std::byte> bytes(wire::max_message + 1);
+    wire::message_head head{static_cast<std::uint16_t>(wire::message_kind::control), 0, wire::max_message, 5};
+    std::memcpy(bytes.data(), &head, sizeof head);
+    ASSERT_TRUE(bad.send_bytes(bytes));
+    EXPECT_TRUE(bad.closed_by_broker());
+    expect_service();
+}
+
+TEST_F(abused_node, HalfAMessage)
+{
+    client bad(directory);
+    bad.greet();
+    wire::allocate message{};
+    message.head = {static_cast<std::uint16_t>(wire::message_kind::allocate), 0, sizeof message, 5};
+    auto bytes = std::as_bytes(std::span(&message, 1));
+    ASSERT_TRUE(bad.send_bytes(bytes.first(bytes.size() / 2)));
+    EXPECT_TRUE(bad.closed_by_broker());
+    expect_service();
+}
+
+TEST_F(abused_node, SilenceHoldsUpNobody)
+{
+    client silent(directory);
+    ASSERT_TRUE(silent.connected());
+    expect_service();
+    EXPECT_TRUE(silent.closed_by_broker()); // after ten seconds
+}
+
+TEST_F(abused_node, MessagesOfTheBrokerItself)
+{
+    client bad(directory);
+    bad.greet();
+    ASSERT_TRUE(bad.say(wire::done{}, wire::message_kind::done, 5));
+    EXPECT_TRUE(bad.closed_by_broker());
+    expect_service();
+}
+
+TEST_F(abused_node, RequestsBeforeTheGreeting)
+{
+    client bad(directory);
+    ASSERT_TRUE(bad.say(wire::find_lu{}, wire::message_kind::find_lu, 5));
+    EXPECT_TRUE(bad.closed_by_broker());
+    expect_service();
+}
+
+TEST_F(abused_node, SurplusDescriptors)
+{
+    std::size_t before = broker_descriptors();
+    for (int i = 0; i < 20; ++i)
+    {
+        client bad(directory);
+        bad.greet();
+        const int descriptors[] = {0, 1, 2};
+        ASSERT_TRUE(bad.say(wire::find_lu{}, wire::message_kind::find_lu, 5, descriptors));
+        EXPECT_TRUE(bad.closed_by_broker());
+    }
+    EXPECT_TRUE(wait_until([&] { return broker_descriptors() <= before; }));
+    expect_service();
+}
+
+TEST_F(abused_node, ADeadProgramsDescriptorsAreClosed)
+{
+    std::size_t before = broker_descriptors();
+    {
+        client caller(directory);
+        caller.greet();
+        for (std::uint32_t i = 0; i < 50; ++i)
+        {
+            received granted = caller.allocate("SERVER", 10 + i);
+            close(granted.descriptors.at(0));
+        }
+    }
+    EXPECT_TRUE(wait_until([&] { return broker_descriptors() <= before; }));
+}
+
+TEST_F(abused_node, WrongFirstFrameEndsThatConversationAlone)
+{
+    client caller(directory);
+    caller.greet();
+    received bad = caller.allocate("SERVER", 10);
+    received good = caller.allocate("SERVER", 11);
+    ASSERT_EQ(send(bad.descriptors.at(0), "no frame at all", 15, MSG_NOSIGNAL), 15);
+    EXPECT_EQ(read_bytes(bad.descriptors[0], 100), "");
+    send_attach(good.descriptors.at(0), "fine");
+    client server(directory);
+    server.greet();
+    server.add_name("SERVER");
+    ASSERT_TRUE(server.accept("SERVER"));
+    received taken = server.next();
+    EXPECT_EQ(read_bytes(taken.descriptors.at(0), 4), "fine");
+    for (int fd : {bad.descriptors[0], good.descriptors[0], taken.descriptors[0]})
+    {
+        close(fd);
+    }
+}
+
+TEST_F(abused_node, AttachInPiecesIsWaitedFor)
+{
+    client caller(directory);
+    caller.greet();
+    received granted = caller.allocate("SERVER");
+    int fd = granted.descriptors.at(0);
+    client server(directory);
+    server.greet();
+    server.add_name("SERVER");
+    ASSERT_TRUE(server.accept("SERVER"));
+    wire::frame_header header{};
+    header.kind = static_cast<std::uint8_t>(wire::frame_kind::attach);
+    for (std::size_t i = 0; i < sizeof header; ++i)
+    {
+        ASSERT_EQ(send(fd, reinterpret_cast<const char *>(&header) + i, 1, MSG_NOSIGNAL), 1);
+        sleep_ms(2);
+    }
+    EXPECT_EQ(server.next().as<wire::accepted>(wire::message_kind::accepted).status.primary, wire::rc_ok);
+    close(fd);
+}
+
+TEST_F(abused_node, ThousandsOfConnectionsOfOneProcess)
+{
+    std::vector<std::unique_ptr<client>> flood;
+    pid_t child = fork();
+    if (child == 0)
+    {
+        rlimit files{20'000, 20'000};
+        getrlimit(RLIMIT_NOFILE, &files);
+        files.rlim_cur = files.rlim_max;
+        setrlimit(RLIMIT_NOFILE, &files);
+        int made = 0;
+        for (int i = 0; i < 10'000; ++i)
+        {
+            flood.push_back(std::make_unique<client>(directory));
+            made += flood.back()->connected();
+        }
+        // All but its share have been ended.
+        int ended = 0;
+        for (auto &one : flood)
+        {
+            if (one->connected())
+            {
+                char byte;
+                sleep_ms(ended == 0 ? 100 : 0);
+                ended += recv(one->fd(), &byte, 1, MSG_DONTWAIT) == 0;
+            }
+        }
+        kill(getpid(), made > 1000 && ended > made - 200 ? SIGSTOP : SIGKILL);
+        _exit(0);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, WUNTRACED), child);
+    EXPECT_TRUE(WIFSTOPPED(status)) << "it could not flood, or was not stopped";
+    expect_service();
+    kill(child, SIGKILL);
+    waitpid(child, &status, 0);
+    expect_service();
+}
+
+TEST_F(abused_node, AClientThatNeverReadsItsReplies)
+{
+    client bad(directory);
+    bad.greet();
+    int nonblocking = fcntl(bad.fd(), F_GETFL) | O_NONBLOCK;
+    fcntl(bad.fd(), F_SETFL, nonblocking);
+    // Each request is answered with 232 bytes; the broker keeps some megabytes and no more.
+    wire::query_side_info request{};
+    bool ended = false;
+    for (long long until = now_ms() + patience; !ended && now_ms() < until;)
+    {
+        if (!bad.say(request, wire::message_kind::query_side_info, 5))
+        {
+            ended = errno == EPIPE || errno == ECONNRESET;
+            if (!ended)
+            {
+                sleep_ms(1);
+            }
+        }
+    }
+    EXPECT_TRUE(ended);
+    EXPECT_NE(log().find("it does not read what it is sent"), std::string::npos);
+    expect_service();
+}
+
+TEST_F(abused_node, AFloodOfAttachesIsRefusedAndForgotten)
+{
+    std::size_t before = broker_descriptors();
+    {
+        client bad(directory);
+        bad.greet();
+        std::vector<int> ends;
+        std::uint32_t refused = 0;
+        for (std::uint32_t i = 0; i < 500; ++i)
+        {
+            received granted = bad.allocate("SERVER", 10 + i);
+            ASSERT_EQ(granted.descriptors.size(), 1u);
+            ends.push_back(granted.descriptors[0]);
+            send_attach(ends.back());
+        }
+        for (int fd : ends)
+        {
+            char byte;
+            refused += recv(fd, &byte, 1, MSG_DONTWAIT) == 1;
+        }
+        EXPECT_TRUE(wait_until([&] {
+            char byte;
+            return recv(ends.back(), &byte, 1, MSG_DONTWAIT | MSG_PEEK) == 1;
+        })) << "the last is beyond the depth of the queue";
+        expect_service();
+        for (int fd : ends)
+        {
+            close(fd);
+        }
+    }
+    // What is queued waits its ten seconds, then the broker is as it was.
+    EXPECT_TRUE(wait_until([&] { return broker_descriptors() <= before; }));
+}
+
+TEST_F(abused_node, UnknownCommandsOfTheOperator)
+{
+    client bad(directory);
+    bad.greet();
+    for (const std::string &command : {std::string("frobnicate"), std::string(60'000, 'x'), std::string("show"),
+                                       std::string("\x00\xFF\n", 3)})
+    {
+        std::vector<std::byte> bytes(sizeof(wire::control) + command.size());
+        wire::control head{};
+        head.head = {static_cast<std::uint16_t>(wire::message_kind::control), 0,
+                     static_cast<std::uint32_t>(bytes.size()), 5};
+        head.text_length = static_cast<std::uint32_t>(command.size());
+        head.json = 1;
+        std::memcpy(bytes.data(), &head, sizeof head);
+        std::memcpy(bytes.data() + sizeof head, command.data(), command.size());
+        ASSERT_TRUE(bad.send_bytes(bytes));
+        bool more = true;
+        while (more)
+        {
+            auto reply = bad.next().as<wire::control_reply>(wire::message_kind::control_reply);
+            EXPECT_EQ(reply.status.primary, wire::rc_unsuccessful);
+            more = reply.more == 1;
+        }
+    }
+    expect_service();
+}
+
+TEST_F(abused_node, OtherUsersAreRefused)
+{
+    if (geteuid() != 0)
+    {
+        GTEST_SKIP() << "only root can play another user";
+    }
+    chmod(directory.c_str(), 0755);
+    chmod((directory + "/broker.sock").c_str(), 0666);
+    pid_t child = fork();
+    if (child == 0)
+    {
+        if (setgid(65534) != 0 || setuid(65534) != 0)
+        {
+            _exit(2);
+        }
+        client stranger(directory);
+        _exit(stranger.connected() && stranger.closed_by_broker() ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    EXPECT_NE(log().find("who is not allowed here"), std::string::npos);
+    expect_service();
+}
+
+TEST_F(abused_node, WithoutDescriptorsLeftItGoesOn)
+{
+    rlimit files{40, 40};
+    ASSERT_EQ(prlimit(broker_pid(), RLIMIT_NOFILE, &files, nullptr), 0);
+    {
+        client caller(directory);
+        caller.greet();
+        std::vector<int> ends;
+        bool retry = false;
+        for (std::uint32_t i = 0; i < 50 && !retry; ++i)
+        {
+            received granted = caller.allocate("SERVER", 10 + i);
+            auto reply = granted.as<wire::allocated>(wire::message_kind::allocated);
+            ends.insert(ends.end(), granted.descriptors.begin(), granted.descriptors.end());
+            retry = reply.status.primary == wire::rc_allocation_error &&
+                    reply.status.secondary == wire::rc_allocation_failure_retry;
+        }
+        EXPECT_TRUE(retry);
+        // New programs are turned away, not left waiting.
+        std::vector<std::unique_ptr<client>> turned_away;
+        for (int i = 0; i < 5; ++i)
+        {
+            turned_away.push_back(std::make_unique<client>(directory));
+        }
+        EXPECT_TRUE(turned_away.back()->closed_by_broker());
+        for (int fd : ends)
+        {
+            close(fd);
+        }
+    }
+    EXPECT_TRUE(wait_until([&] { return broker_descriptors() < 20; }));
+    expect_service();
+}
+
+} // namespace
+} // namespace test

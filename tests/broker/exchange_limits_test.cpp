@@ -1,0 +1,323 @@
+// exchange_limits_test.cpp - session limits, queues, quotas, and a configuration that changes under way.
+#include "exchange_world.hpp"
+
+#include "wire/frames.hpp"
+
+namespace test {
+namespace {
+
+config with_limit(std::uint32_t limit)
+{
+    config settings = default_config();
+    settings.modes.push_back({"SMALL", limit});
+    return settings;
+}
+
+void allocate_small(world &w, connection_id id, std::uint32_t correlation, std::uint8_t return_control = 0)
+{
+    wire::allocate message = world::allocation("SERVER");
+    to_ebcdic(message.mode, "SMALL");
+    message.return_control = return_control;
+    w.say(id, message, wire::message_kind::allocate, correlation);
+}
+
+TEST(SessionLimit, ImmediateFailsAtOnceWhileOthersWaitInOrder)
+{
+    world w(with_limit(1));
+    connection_id first = w.program();
+    connection_id second = w.program();
+    allocate_small(w, first, 10);
+    session_id session = w.allocation_reply(first).session;
+    allocate_small(w, second, 11, 1);
+    EXPECT_EQ(w.allocation_reply(second).status.primary, wire::rc_unsuccessful);
+    allocate_small(w, second, 12);
+    allocate_small(w, first, 13);
+    EXPECT_TRUE(w.silent(first));
+    EXPECT_TRUE(w.silent(second));
+    // A limit holds for its mode alone.
+    w.allocated(first, "SERVER");
+
+    w.ended(first, session);
+    auto reply = w.allocation_reply(second);
+    EXPECT_EQ(reply.head.correlation, 12u);
+    EXPECT_EQ(reply.status.primary, wire::rc_ok);
+    EXPECT_TRUE(w.silent(first));
+    w.leave(second);
+    reply = w.allocation_reply(first);
+    EXPECT_EQ(reply.head.correlation, 13u);
+    EXPECT_EQ(reply.status.primary, wire::rc_ok);
+}
+
+TEST(SessionLimit, ImmediateDoesNotOvertakeThoseWhoWait)
+{
+    world w(with_limit(2));
+    connection_id id = w.program();
+    allocate_small(w, id, 10);
+    allocate_small(w, id, 11);
+    session_id session = w.allocation_reply(id).session;
+    w.allocation_reply(id);
+    allocate_small(w, id, 12);
+    w.ended(id, session); // 12 is served by this
+    EXPECT_EQ(w.allocation_reply(id).head.correlation, 12u);
+    allocate_small(w, id, 13, 1);
+    EXPECT_EQ(w.allocation_reply(id).status.primary, wire::rc_unsuccessful);
+}
+
+TEST(SessionLimit, WaitingEndsAfterItsTime)
+{
+    world w(with_limit(1));
+    connection_id id = w.program();
+    allocate_small(w, id, 10);
+    session_id session = w.allocation_reply(id).session;
+    allocate_small(w, id, 11);
+    w.node.tick(w.clock + 59'999);
+    EXPECT_TRUE(w.silent(id));
+    w.node.tick(w.clock + 60'000);
+    auto reply = w.allocation_reply(id);
+    EXPECT_EQ(reply.head.correlation, 11u);
+    EXPECT_EQ(reply.status.primary, wire::rc_allocation_error);
+    EXPECT_EQ(reply.status.secondary, wire::rc_allocation_failure_retry);
+    w.ended(id, session);
+    EXPECT_TRUE(w.silent(id));
+}
+
+TEST(SessionLimit, CancelledAndForgottenWaitersAreNotServed)
+{
+    world w(with_limit(1));
+    connection_id id = w.program();
+    connection_id gone = w.program();
+    connection_id last = w.program();
+    allocate_small(w, id, 10);
+    session_id session = w.allocation_reply(id).session;
+    allocate_small(w, id, 11);
+    allocate_small(w, gone, 12);
+    allocate_small(w, last, 13);
+    w.cancel(id, 11);
+    EXPECT_EQ(w.allocation_reply(id).status.primary, wire::rc_cancelled);
+    w.leave(gone);
+    w.ended(id, session);
+    EXPECT_EQ(w.allocation_reply(last).status.primary, wire::rc_ok);
+    EXPECT_FALSE(w.node.next_deadline());
+}
+
+TEST(Queue, DepthIsLimitedForEachName)
+{
+    config settings = default_config();
+    settings.attach_queue_depth = 2;
+    world w(settings);
+    connection_id client = w.program();
+    session_id sessions[4];
+    for (int i = 0; i < 3; ++i)
+    {
+        sessions[i] = w.allocated(client, "SERVER");
+        w.attach(sessions[i]);
+    }
+    EXPECT_EQ(w.refused.size(), 1u);
+    EXPECT_EQ(w.refused.at(sessions[2]), wire::sense_tp_not_available_retry);
+    sessions[3] = w.allocated(client, "OTHER");
+    w.attach(sessions[3]);
+    EXPECT_EQ(w.refused.size(), 1u);
+}
+
+TEST(Queue, OfDepthNoneRefusesAtOnce)
+{
+    config settings = default_config();
+    settings.attach_queue_depth = 0;
+    world w(settings);
+    connection_id client = w.program();
+    session_id unknown = w.allocated(client, "SERVER");
+    w.attach(unknown);
+    EXPECT_EQ(w.refused.at(unknown), wire::sense_tp_name_not_recognised);
+    connection_id server = w.program();
+    w.add_name(server, "SERVER");
+    session_id known = w.allocated(client, "SERVER");
+    w.attach(known);
+    EXPECT_EQ(w.refused.at(known), wire::sense_tp_not_available_retry);
+}
+
+TEST(Quota, ConnectionsOfAProcessAndOfAUser)
+{
+    config settings = default_config();
+    settings.connections_per_process = 2;
+    settings.connections_per_user = 3;
+    world w(settings);
+    EXPECT_TRUE(w.node.connected(1, {1000, 5, "alice"}, w.clock));
+    EXPECT_TRUE(w.node.connected(2, {1000, 5, "alice"}, w.clock));
+    EXPECT_FALSE(w.node.connected(3, {1000, 5, "alice"}, w.clock));
+    EXPECT_TRUE(w.node.connected(4, {1000, 6, "alice"}, w.clock));
+    EXPECT_FALSE(w.node.connected(5, {1000, 7, "alice"}, w.clock));
+    EXPECT_TRUE(w.node.connected(6, {1001, 7, "bob"}, w.clock));
+    w.node.disconnected(1, w.clock);
+    EXPECT_TRUE(w.node.connected(7, {1000, 5, "alice"}, w.clock));
+}
+
+TEST(Quota, AttachesThatNobodyHasAcceptedOutliveNoQuota)
+{
+    config settings = default_config();
+    settings.attaches_per_process = 2;
+    settings.attaches_per_user = 3;
+    world w(settings);
+    connection_id client = w.program(50);
+    session_id first = w.allocated(client, "SERVER");
+    w.attach(first);
+    w.allocated(client, "SERVER");
+    w.allocate(client, "SERVER");
+    auto reply = w.allocation_reply(client);
+    EXPECT_EQ(reply.status.primary, wire::rc_allocation_error);
+    EXPECT_EQ(reply.status.secondary, wire::rc_allocation_failure_retry);
+    // The attach stays queued when its program goes, and so does its place in the quota of the user.
+    w.leave(client);
+    connection_id next = w.program(51);
+    w.allocated(next, "SERVER");
+    w.allocated(next, "SERVER");
+    connection_id third = w.program(52);
+    w.allocate(third, "SERVER");
+    EXPECT_EQ(w.allocation_reply(third).status.primary, wire::rc_allocation_error);
+    // An accept makes room.
+    w.add_name(third, "SERVER");
+    w.accept(third, {"SERVER"});
+    EXPECT_EQ(w.accepted(third).session, first);
+    w.allocated(third, "SERVER");
+}
+
+TEST(Quota, ConversationsOfAProcess)
+{
+    config settings = default_config();
+    settings.conversations_per_process = 1;
+    world w(settings);
+    connection_id client = w.program();
+    session_id session = w.allocated(client, "SERVER");
+    w.allocate(client, "SERVER");
+    EXPECT_EQ(w.allocation_reply(client).status.primary, wire::rc_allocation_error);
+    w.add_name(client, "SERVER");
+    w.accept(client, {"SERVER"});
+    EXPECT_EQ(w.accepted(client).status.primary, wire::rc_unexpected_system_error);
+    w.ended(client, session);
+    w.allocated(client, "SERVER");
+}
+
+TEST(Reload, WhatIsInUseStaysAndIsNamed)
+{
+    config settings = with_limit(1);
+    settings.lus.push_back({"SECOND", "NETA.SECOND"});
+    world w(settings);
+    connection_id id = w.program();
+    wire::allocate message = world::allocation("SERVER");
+    to_ebcdic(message.mode, "SMALL");
+    to_ascii(message.local_alias, "SECOND");
+    w.say(id, message, wire::message_kind::allocate, 10);
+    session_id session = w.allocation_reply(id).session;
+
+    config fresh = default_config();
+    fresh.lus[0].name = "LOCALNET.RENAMED";
+    fresh.side_infos.push_back({});
+    reload_report report = w.node.reconfigure(fresh, w.clock);
+    EXPECT_EQ(report.kept, (std::vector<std::string>{
+                               "LU LOCALLU has conversations and keeps the name LOCALNET.LOCALLU",
+                               "LU SECOND has conversations and stays",
+                               "mode SMALL has conversations and stays",
+                           }));
+    EXPECT_NE(w.node.settings().find_lu("SECOND"), nullptr);
+    EXPECT_EQ(w.node.settings().side_infos.size(), 1u);
+
+    w.ended(id, session);
+    report = w.node.reconfigure(fresh, w.clock);
+    EXPECT_TRUE(report.kept.empty());
+    EXPECT_EQ(w.node.settings().find_lu("SECOND"), nullptr);
+    EXPECT_EQ(w.node.settings().find_mode("SMALL"), nullptr);
+    EXPECT_EQ(w.node.settings().lus[0].name, "LOCALNET.RENAMED");
+}
+
+TEST(Reload, ARaisedLimitServesThoseWhoWait)
+{
+    world w(with_limit(1));
+    connection_id id = w.program();
+    for (std::uint32_t correlation : {10u, 11u, 12u})
+    {
+        allocate_small(w, id, correlation);
+    }
+    w.allocation_reply(id);
+    EXPECT_TRUE(w.silent(id));
+    w.node.reconfigure(with_limit(2), w.clock);
+    EXPECT_EQ(w.allocation_reply(id).head.correlation, 11u);
+    EXPECT_TRUE(w.silent(id));
+}
+
+TEST(Reload, AMixOfProgramsLeavesNothingBehind)
+{
+    // Random steps of four programs; whatever they do, the books are empty once all have gone.
+    std::uint32_t random = 12345;
+    auto next = [&random](std::uint32_t below) {
+        random = random * 1664525 + 1013904223;
+        return (random >> 8) % below;
+    };
+    for (int round = 0; round < 200; ++round)
+    {
+        config settings = with_limit(2);
+        settings.attach_queue_depth = 2;
+        world w(settings);
+        std::vector<connection_id> programs;
+        for (int i = 0; i < 4; ++i)
+        {
+            programs.push_back(w.program(i + 1));
+            w.add_name(programs.back(), "SERVER");
+        }
+        for (std::uint32_t step = 0; step < 200; ++step)
+        {
+            connection_id id = programs[next(4)];
+            std::uint32_t correlation = 100 + step;
+            switch (next(8))
+            {
+            case 0:
+            case 1:
+                allocate_small(w, id, correlation, static_cast<std::uint8_t>(next(2)));
+                break;
+            case 2:
+                w.accept(id, {"SERVER"}, correlation);
+                break;
+            case 3:
+                w.cancel(id, 100 + next(step + 1));
+                break;
+            case 4:
+                w.ended(id, next(step + 2));
+                break;
+            case 5:
+                w.node.attach(next(step + 2), next(3) == 0 ? attach_seen::broken : attach_seen::attach, w.clock);
+                break;
+            case 6:
+                w.clock += next(20'000);
+                w.node.tick(w.clock);
+                break;
+            case 7:
+                if (next(4) == 0)
+                {
+                    w.leave(id);
+                    *std::find(programs.begin(), programs.end(), id) = w.program(static_cast<std::int32_t>(step));
+                    w.add_name(w.connections, "SERVER");
+                }
+                break;
+            }
+            std::uint32_t counted = 0;
+            for (const auto &[way, count] : w.node.routes())
+            {
+                ASSERT_LE(count, 2u);
+                counted += count;
+            }
+            ASSERT_EQ(counted, w.node.sessions().size());
+        }
+        for (connection_id id : programs)
+        {
+            w.leave(id);
+        }
+        w.node.tick(w.clock + 1'000'000);
+        EXPECT_TRUE(w.closed.empty());
+        EXPECT_TRUE(w.node.sessions().empty());
+        EXPECT_TRUE(w.node.routes().empty());
+        EXPECT_TRUE(w.node.names().empty());
+        EXPECT_TRUE(w.open.empty());
+        EXPECT_FALSE(w.node.next_deadline());
+    }
+}
+
+} // namespace
+} // namespace test
