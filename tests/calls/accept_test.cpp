@@ -348,6 +348,19 @@ TEST_F(Accept, cmacci_blocking)
     EXPECT_EQ(hex(tp_id), hex(library_gcb.CurrentTpId, 8));
 }
 
+TEST_F(Accept, cmacci_clears_what_an_earlier_verb_left)
+{
+    Id id = incoming();
+    memset(id.cccb().vcb.bytes, 0xFF, CPIC_VERB_SIZE);
+    EXPECT_EQ(CM_OK, call(cmacci, id));
+    Verb &verb = node.only(NAP_RECEIVE_ALLOCATE_CPIC);
+    EXPECT_VERB(verb, Image(NAP_RECEIVE_ALLOCATE_CPIC)
+                          .put8(3, 1)
+                          .put32(84, id.handle())
+                          .put16(192, 1)
+                          .put32(196, verb.u32_at(196)));
+}
+
 TEST_F(Accept, cmacci_non_blocking_completing_later_leaves_the_current_context)
 {
     Id id = incoming();

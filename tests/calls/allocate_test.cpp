@@ -221,6 +221,19 @@ TEST_F(Allocate, cmallc_twice_ends_the_tp_it_started_the_second_time)
     EXPECT_TRUE(id.exists());
 }
 
+TEST_F(Allocate, cmallc_twice_leaves_the_conversation_under_its_own_tp)
+{
+    Prepared id;
+    EXPECT_EQ(CM_OK, call(cmallc, id));
+    const CCCB before = id.cccb();
+    node.next(NAP_TP_STARTED, succeeds().put(12, scripted::bytes("NEWLU   ")));
+    EXPECT_EQ(CM_PROGRAM_STATE_CHECK, call(cmallc, id));
+    EXPECT_EQ(hex(before.TpId, 8), hex(id.cccb().TpId, 8));
+    EXPECT_EQ(hex(before.LocalLUName, 8), hex(id.cccb().LocalLUName, 8));
+    EXPECT_EQ(CM_OK, call(cmflus, id));
+    EXPECT_EQ(hex(before.TpId, 8), hex(node.only(NAP_FLUSH).bytes_at(12, 8)));
+}
+
 TEST_F(Allocate, cmallc_twice_in_the_current_context_ends_nothing)
 {
     Prepared id;
@@ -242,12 +255,21 @@ TEST_F(Allocate, cmallc_of_an_incoming_conversation_is_a_state_check)
 TEST_F(Allocate, cmallc_with_a_verb_pending_is_not_accepted_and_ends_its_new_tp)
 {
     Id id = busy();
-    node.record_may_change = true; /* starting the TP uses the record of the pending verb */
     EXPECT_EQ(CM_OPERATION_NOT_ACCEPTED, call(cmallc, id));
     EXPECT_EQ(1u, node.issued(NAP_TP_STARTED).size());
     EXPECT_EQ(1u, node.issued(NAP_TP_ENDED).size());
     EXPECT_EQ(1, id.cccb().usVerbsPending);
     node.deliver_all();
+}
+
+TEST_F(Allocate, cmallc_with_a_verb_pending_and_the_tp_refused_keeps_the_pending_verb)
+{
+    Id id = busy();
+    node.next(NAP_TP_STARTED, fails(0x0200));
+    EXPECT_EQ(CM_PROGRAM_STATE_CHECK, call(cmallc, id));
+    EXPECT_EQ(1, id.cccb().usVerbsPending) << "its record is still the node's";
+    node.deliver_all();
+    EXPECT_EQ(0, id.cccb().usVerbsPending);
 }
 
 TEST_F(Allocate, cmallc_with_a_verb_pending_in_the_current_context_issues_nothing)

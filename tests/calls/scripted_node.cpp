@@ -472,7 +472,7 @@ void Node::deliver(Verb &verb)
         return;
     }
     verb.pending = false;
-    EXPECT_TRUE(record_may_change || memcmp(verb.record, verb.issued.data(), verb.issued.size()) == 0)
+    EXPECT_EQ(0, memcmp(verb.record, verb.issued.data(), verb.issued.size()))
         << "the library wrote to the record of a pending verb";
     complete(verb);
     held = true;
@@ -914,9 +914,11 @@ void vpm_asm_event_fd(void)
     }
 }
 
-void vpm_init_path_user(u32, u32, path_callback *callback, u32 user_word, u32 *path_user)
+void vpm_init_path_user(u32 unused1, u32 unused2, path_callback *callback, u32 user_word, u32 *path_user)
 {
     expect_held("vpm_init_path_user");
+    EXPECT_EQ(0u, unused1);
+    EXPECT_EQ(0u, unused2);
     if (node.path_user.hits())
     {
         return;
@@ -941,7 +943,6 @@ void vtm_table_init(u32 *table, u32 zero)
     EXPECT_EQ(0u, zero);
     if (node.table_init.hits())
     {
-        *table = 0;
         return;
     }
     tables_made++;

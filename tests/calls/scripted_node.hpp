@@ -177,7 +177,6 @@ struct Node
     std::map<std::string, NOF_SIDE_INFO> side_info; /* by 8-byte name: what the node defines */
     std::deque<std::function<int(u32)>> sleeps_do;  /* per sleep: what happens; the result of vpm_sleep() */
     bool deliver_on_event_fd = false;
-    bool record_may_change = false; /* a pending verb's record is written to by the library (one call does so) */
     bool may_leak = false;          /* a path failure discards what it does not walk */
     unsigned wait_objects_left = 0; /* private wait objects that a test expects to be left behind */
 

@@ -262,6 +262,37 @@ TEST_F(Startup, init_fails_without_wait_object)
     expect_start_fails(0x2003000B, 12, node.wait_object, 1);
 }
 
+TEST_F(Startup, init_notices_a_failure_behind_an_overlong_service_name)
+{
+    /* The name has run over the table words; what it left there is no table. */
+    for (int which = 1; which <= 3; which++)
+    {
+        setenv("APPCTPN", ("SNA_SERVICE_TP_0x" + std::string(240, 'C')).c_str(), 1);
+        node.table_init.fail(which);
+        start();
+        node.problem(0x2003000A, static_cast<u32>(which));
+        EXPECT_EQ(0, library_started);
+    }
+    node.path_user.fail();
+    start();
+    node.problem(0x2003000A, 0);
+    EXPECT_EQ(0, library_started);
+}
+
+TEST_F(Startup, init_reads_the_environment_anew_after_a_path_failure)
+{
+    setenv("APPCLLU", "ONE", 1);
+    setenv("APPCTPN", "SERVER1", 1);
+    start();
+    node.path_event(PATH_EVENT_FAILURE);
+    setenv("APPCLLU", "TWO", 1);
+    unsetenv("APPCTPN");
+    start();
+    EXPECT_EQ(hex(ascii("TWO", 8)), hex(library_gcb.LUAlias, 8));
+    EXPECT_EQ(hex(ebcdic("CPIC_DEFAULT_TPNAME", 64)), hex(tp_name()));
+    EXPECT_EQ(0, library_gcb.usTPNameFromEnv);
+}
+
 TEST_F(Startup, every_starting_call_says_20_when_the_start_fails)
 {
     node.path_user.always = true;

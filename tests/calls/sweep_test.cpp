@@ -404,7 +404,6 @@ TEST_F(Sweep, every_call_with_a_verb_pending)
         }
         SCOPED_TRACE(row.name);
         Id id = busy();
-        node.record_may_change = std::string(row.name) == "cmallc";
         const CCCB before = id.cccb();
         Invocation invocation(row, id);
         invocation.run(row.lower);

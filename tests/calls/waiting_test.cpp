@@ -160,6 +160,23 @@ TEST_F(Waiting, cmwait_checks_that_a_counted_completion_exists)
     library_gcb.NumVerbsWaiting = 0;
 }
 
+TEST_F(Waiting, cmwait_checks_that_every_entry_has_a_record)
+{
+    Id first = initialised();
+    Id second = completed();
+    CCCB *const record = first.find();
+    auto &entries = node.tables[library_gcb.ConvTable].entries;
+    entries[first.handle()] = nullptr;
+    Id found;
+    Out conversation_rc;
+    Out rc;
+    cmwait(found.address(), conversation_rc.address(), rc.address());
+    entries[first.handle()] = record;
+    EXPECT_EQ(CM_OK, rc.value());
+    EXPECT_EQ(hex(second.content()), hex(found.content()));
+    node.assertion("cccb_ptr != NULL");
+}
+
 /* ---- CMCHCK --------------------------------------------------------------------------------------------- */
 
 TEST_F(Waiting, cmchck_with_nothing_outstanding_is_a_state_check)
