@@ -112,6 +112,10 @@ u16 conversation_issue(conversation *conv, VERB_RECORD *record, appc_completion 
         runtime_set_rc(record, wire::rc_tp_busy, 0);
         return 0;
     }
+    if (record->header.opcode == NAP_SEND_DATA && verb_quick_send(conv, record))
+    {
+        return 0;
+    }
     conv->record = record;
     conv->blocking = routine == nullptr;
     const short events = conv->stop != 0 ? short{0} : verb_begin(conv);

@@ -24,8 +24,13 @@ inline constexpr u32 frame_size = sizeof(wire::frame_header);
 inline constexpr u32 buffer_size = 66u * 1024;
 static_assert(buffer_size >= frame_size + wire::max_payload + 1024 && buffer_size >= lu62::longest_whole);
 
-// Sends are gathered up to here; a record of the greatest length is never copied.
-inline constexpr u32 gather_size = 32u * 1024;
+// Sends are gathered up to here. The first record after a receive is gathered whatever its length, because the turn
+// often follows and then travels with it; after it a long record is written at once, without a copy.
+inline constexpr u32 gather_size = 32u * 1024 + 512;
+inline constexpr u32 long_send = 8u * 1024;
+
+// A program that only sends learns of an error of the partner after this many bytes at the latest.
+inline constexpr u32 look_size = 128u * 1024;
 
 // From here on payload goes from the socket straight to the program's memory, and reads beside it stay short, so that
 // little of the next record is copied. Below, a copy costs less than another system call.
@@ -64,6 +69,7 @@ struct conversation
 
     u8 *out;       // gathered frames, null: none
     u32 out_used;
+    u32 unlooked;  // bytes written since the input was looked at
     u32 out_frame; // offset of the header of the last DATA frame in out; no_frame: none
 
     u8 *carry;     // the rest of a write that an error of the partner has cut short, and answers that did not fit
@@ -143,6 +149,8 @@ void conversation_close(conversation *conv);
 // Begins the verb whose record has been put into conv, and goes on with it; both return the events to wait for, or 0:
 // complete, conv->result says how.
 short verb_begin(conversation *conv);
+// A small send that joins what is gathered already: begun and complete, its record filled. False: not such a one.
+bool verb_quick_send(conversation *conv, VERB_RECORD *record);
 // Goes on with the verb at work as far as it gets. ready: what the descriptor is ready for, 0: nothing is known.
 short verb_advance(conversation *conv, short ready);
 

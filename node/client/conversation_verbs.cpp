@@ -98,25 +98,31 @@ short begin_send_data(conversation *conv)
         conv->result = conv->plan.refused;
         return 0;
     }
-    if (!conv->plan.flush)
-    {
-        // While a program only gathers, it learns of an error or a request to send once a buffer, not after a receive,
-        // which has just read the input.
-        conv->plan.look = conv->sending && conv->out == nullptr;
-    }
+    const bool first = !conv->sending;
+    bool look = conv->plan.look;
+
     conv->sending = true;
-    if (conv->plan.look && news_waiting(conv))
-    {
-        return tell_news(conv);
-    }
     if (!conv->plan.flush)
     {
-        if (gather(conv, verb.buffer, verb.length))
+        // While a program only gathers, it learns of a request to send when a new buffer is begun, but not right after a
+        // receive, which has just read the input.
+        const bool small = verb.length < long_send;
+        if (small && conv->out == nullptr && !first && news_waiting(conv))
+        {
+            return tell_news(conv);
+        }
+        if ((small || first) && gather(conv, verb.buffer, verb.length))
         {
             lu62::finish(engine, conv->plan);
             return 0;
         }
-        if (!conv->plan.look && news_waiting(conv))
+        conv->unlooked += verb.length;
+        look = conv->unlooked >= look_size;
+    }
+    if (look)
+    {
+        conv->unlooked = 0;
+        if (news_waiting(conv))
         {
             return tell_news(conv);
         }
@@ -206,11 +212,16 @@ short begin_receive(conversation *conv, bool immediate)
 {
     const VERB_RECEIVE &verb = conv->record->receive;
 
-    conv->plan = lu62::plan_receive(conv->engine, immediate);
-    if (conv->plan.refused.primary != wire::rc_ok)
+    // In receive state both receives are allowed and nothing travels: no plan is needed.
+    const bool planned = conv->engine.now != lu62::state::receive;
+    if (planned)
     {
-        conv->result = conv->plan.refused;
-        return 0;
+        conv->plan = lu62::plan_receive(conv->engine, immediate);
+        if (conv->plan.refused.primary != wire::rc_ok)
+        {
+            conv->result = conv->plan.refused;
+            return 0;
+        }
     }
     conv->sending = false;
     conv->receiving = {};
@@ -219,7 +230,7 @@ short begin_receive(conversation *conv, bool immediate)
     conv->receiving.fill_ll = verb.fill == 1;
     conv->receiving.status_with_data = verb.status_with_data == 1;
     conv->receiving.immediate = immediate;
-    if (conv->plan.flush)
+    if (planned)
     {
         job_make(conv, false, nullptr, 0, nullptr, 0);
         return write_job(conv);
@@ -349,7 +360,7 @@ void receive_complete(conversation *conv)
 
 short advance_receive(conversation *conv, bool &complete)
 {
-    const bool clear = carry_write(conv);
+    const bool clear = conv->carry == nullptr || carry_write(conv);
 
     complete = input_receive(conv, conv->receiving);
     if (!complete)
@@ -390,6 +401,23 @@ void store_rts(conversation *conv, VERB_RECORD *record)
 }
 
 } // namespace
+
+bool verb_quick_send(conversation *conv, VERB_RECORD *record)
+{
+    const VERB_SEND_DATA &verb = record->send;
+
+    // The test for room is that of gather(), made first: once the engine has counted the bytes they have to go.
+    if (verb.type != 0 || conv->stop != 0 || conv->out == nullptr || !conv->sending || verb.length >= long_send ||
+        conv->out_used + 2 * frame_size + verb.length > gather_size ||
+        !lu62::send_quickly(conv->engine, verb.buffer, verb.length))
+    {
+        return false;
+    }
+    gather(conv, verb.buffer, verb.length);
+    record->send.rts_received = lu62::take_rts(conv->engine) ? 1 : 0;
+    runtime_set_rc(record, wire::rc_ok, 0);
+    return true;
+}
 
 short verb_begin(conversation *conv)
 {

@@ -80,6 +80,26 @@ struct plan
 // type: send type byte 0 to 7. The bytes are looked at only on basic conversations, for their LLs, and count as sent
 // once the plan is made.
 plan plan_send_data(engine &e, std::uint8_t type, const std::uint8_t *bytes, std::uint32_t count);
+// The same for the one case that has to be fast: bytes that are only gathered, in send state. True: allowed, and they
+// count as sent; nothing else changes and there is nothing to finish. False: make the plan.
+inline bool send_quickly(engine &e, const std::uint8_t *bytes, std::uint32_t count)
+{
+    if (e.now != state::send)
+    {
+        return false;
+    }
+    if (!e.mapped)
+    {
+        record_position after = e.out;
+        if (!walk(after, bytes, count))
+        {
+            return false;
+        }
+        e.out = after;
+    }
+    return true;
+}
+
 plan plan_flush(engine &e);
 plan plan_confirm(engine &e);
 plan plan_confirmed(engine &e); // sends REPLY

@@ -607,6 +607,59 @@ TEST_F(Verbs, NoMemory)
     }
 }
 
+TEST_F(Verbs, AWrongLlAmongGatheredSends)
+{
+    two_programs t(false);
+    ASSERT_EQ(t.a->send(record_of("one")), 0);
+    ASSERT_EQ(t.a->send(record_of("two")), 0);
+    EXPECT_EQ(t.a->send(std::string("\0\1", 2)), word(wire::rc_parameter_check));
+    EXPECT_EQ(t.a->record.header.secondary_rc, __builtin_bswap32(wire::rc_bad_ll));
+    ASSERT_EQ(t.a->send(record_of("three").substr(0, 3)), 0);
+    EXPECT_EQ(t.a->prepare(1), word(wire::rc_state_check));
+    ASSERT_EQ(t.a->send(record_of("three").substr(3)), 0);
+    ASSERT_EQ(t.a->prepare(1), 0);
+    t.take_attach();
+    for (const char *text : {"one", "two", "three"})
+    {
+        ASSERT_EQ(t.b->receive(100), 0);
+        EXPECT_EQ(t.b->data, record_of(text));
+    }
+    EXPECT_EQ(t.b->what, 0x0201);
+}
+
+// The longest record and the turn that follows it are one write, and one receive tells both.
+TEST_F(Verbs, ALongRecordTravelsWithTheTurn)
+{
+    two_programs t(true);
+    const unsigned sends = count.sends;
+    ASSERT_EQ(t.a->send(pattern(32767, 3)), 0);
+    EXPECT_EQ(count.sends, sends);
+    ASSERT_EQ(t.a->prepare(1), 0);
+    EXPECT_EQ(count.sends, sends + 1);
+    t.take_attach();
+    ASSERT_EQ(t.b->receive(32767), 0);
+    EXPECT_EQ(t.b->data, pattern(32767, 3));
+    EXPECT_EQ(t.b->what, 0x0201);
+}
+
+// A program that only ever sends long records, none of them flushed, learns of the partner's error all the same.
+TEST_F(Verbs, AnErrorReachesAStreamOfLongSends)
+{
+    two_programs t(true);
+    ASSERT_EQ(t.a->send("x", 1), 0);
+    t.take_attach();
+    ASSERT_EQ(t.b->receive(10), 0);
+    ASSERT_EQ(t.b->error(), 0);
+    unsigned sends = 0;
+    u16 code = 0;
+    while (code == 0 && sends < 5)
+    {
+        code = t.a->send(pattern(32767, sends++));
+    }
+    EXPECT_EQ(code, word(wire::rc_program_error_purging));
+    EXPECT_EQ(t.a->state(), 2);
+}
+
 TEST_F(Verbs, PingPongNeedsFewSystemCalls)
 {
     two_programs t(true);
