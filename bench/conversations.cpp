@@ -22,7 +22,7 @@
 namespace {
 
 constexpr int largest = 32767;
-constexpr int repetitions = 7;
+constexpr int repetitions = 9;
 
 void fail(const char *what)
 {
@@ -370,26 +370,26 @@ int conduct(const std::string &directory)
 {
     bool met = true;
     bench::heading("ours", "raw socket");
-    for (const auto &[length, count] : {std::pair{1, 20000}, std::pair{1024, 20000}, std::pair{largest, 4000}})
+    for (const auto &[length, count] : {std::pair{1, 50000}, std::pair{1024, 50000}, std::pair{largest, 15000}})
     {
         const auto [stack, raw] = compare(directory, "roundtrip", length, count);
         met &= bench::row("round trip of " + std::to_string(length) + " bytes", stack / count * 1e6, raw / count * 1e6,
                           "us", bench::aim::at_most, 1.3);
     }
     {
-        constexpr int count = 200000;
+        constexpr int count = 500000;
         const auto [stack, raw] = compare(directory, "sends", 100, count);
         met &= bench::row("buffered sends of 100 bytes, in thousands", count / stack / 1e3, count / raw / 1e3, "/s",
                           bench::aim::at_least, 10);
     }
     {
-        constexpr int count = 10000;
+        constexpr int count = 30000;
         const auto [stack, raw] = compare(directory, "sends", largest, count);
         met &= bench::row("sends of 32767 bytes, in megabytes", largest / 1e6 * count / stack,
                           largest / 1e6 * count / raw, "/s", bench::aim::at_least, 0.8);
     }
     {
-        constexpr int count = 2000;
+        constexpr int count = 4000;
         const auto [stack, raw] = compare(directory, "short", 100, count);
         bench::row("short conversation, 100 bytes each way", stack / count * 1e6, raw / count * 1e6, "us",
                    bench::aim::none, 0);
