@@ -3,15 +3,13 @@
 // Called by conversation_verbs.cpp and conversation.cpp under the process-wide lock; never waits.
 #include "client/conversation_record.hpp"
 
+#include "client/problems.hpp"
 #include "client/system.hpp"
 
 #include <errno.h>
 #include <string.h>
 
 namespace client {
-
-// A partner's Send Error or abnormal end brought log data; detail is 0, the data are the log record as it came.
-static constexpr u32 problem_partner_log_data = 0x20050001;
 
 // ---- buffers -----------------------------------------------------------------------------------------------------
 

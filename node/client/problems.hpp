@@ -14,6 +14,7 @@ inline constexpr u32 problem_bad_message = 0x20040005;   // the broker breaks th
 inline constexpr u32 problem_path_lost = 0x20040006;     // the connection to the broker is gone
 inline constexpr u32 problem_assertion = 0x20040007;     // a failed check; detail: the source line
 inline constexpr u32 problem_no_trace = 0x20040008;      // the trace file cannot be used; detail: errno
+inline constexpr u32 problem_partner_log_data = 0x20040009; // log data that a partner's error or abend brought; detail 0
 
 // Writes a problem record with two texts, one after the other.
 void report_problem(u32 code, u32 detail, const char *text, const char *more);
