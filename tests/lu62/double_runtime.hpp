@@ -99,4 +99,44 @@ constexpr u16 word(u32 code)
     return static_cast<u16>((code & 0xFF) << 8 | (code >> 8 & 0xFF));
 }
 
+// Bytes that no other seed or place gives.
+inline std::string pattern(std::size_t size, unsigned seed)
+{
+    std::string bytes(size, '\0');
+    for (std::size_t i = 0; i < size; i++)
+    {
+        bytes[i] = static_cast<char>(i * 7 + seed * 131 + (i >> 8));
+    }
+    return bytes;
+}
+
+// A logical record with this text.
+inline std::string record_of(const std::string &text)
+{
+    std::string bytes;
+    bytes += static_cast<char>((text.size() + 2) >> 8);
+    bytes += static_cast<char>((text.size() + 2) & 0xFF);
+    return bytes + text;
+}
+
+// Every test begins with quiet doubles and ends with all memory given back.
+class Verbs : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        count.over = 0;
+        count.fail_alloc = 0;
+        count.most = 0;
+        count.no_watch = false;
+        count.log.clear();
+        ASSERT_EQ(count.memory, 0);
+    }
+
+    void TearDown() override
+    {
+        EXPECT_EQ(count.memory, 0);
+    }
+};
+
 } // namespace conversation_double

@@ -190,7 +190,8 @@ private:
 
     lu62::input open() const
     {
-        return {reinterpret_cast<const std::uint8_t *>(wire_in.data()), static_cast<std::uint32_t>(wire_in.size()), ended};
+        return {reinterpret_cast<const std::uint8_t *>(wire_in.data()), static_cast<std::uint32_t>(wire_in.size()),
+                ended};
     }
 
     void close(const lu62::input &in)

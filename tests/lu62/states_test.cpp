@@ -194,7 +194,8 @@ TEST(States, EveryVerbInEveryState)
                 {
                     EXPECT_EQ(p.refused.primary, wire::rc_ok);
                     lu62::finish(e, p);
-                    EXPECT_EQ(e.now, lu62::transition(verb.row == input_row::send_data ? state::send : now, p.row).next);
+                    const state from = verb.row == input_row::send_data ? state::send : now;
+                    EXPECT_EQ(e.now, lu62::transition(from, p.row).next);
                 }
                 else
                 {
