@@ -179,6 +179,115 @@ TEST_F(start, a_broker_that_is_killed_ends_what_waits_and_the_next_call_starts_a
     EXPECT_EQ(tp.header.primary_rc, 0);
 }
 
+// One end of a conversation of a thread: blocking verbs on it.
+struct talker
+{
+    u8 tp_id[8] = {};
+    u32 conv_id = 0;
+
+    u16 verb(VERB_RECORD &record, u16 opcode)
+    {
+        record.opcode = opcode;
+        record.header.opext = 1;
+        std::memcpy(record.header.tp_id, tp_id, 8);
+        record.header.conv_id = conv_id;
+        u16 token = vpm_lock();
+        appc_c_version(NAP_VERSION, &record);
+        vpm_unlock(token);
+        return record.header.primary_rc;
+    }
+
+    // Sends a number and gives the turn.
+    u16 say(u32 number, u8 type)
+    {
+        VERB_RECORD record = {};
+        record.send.buffer = reinterpret_cast<const u8 *>(&number);
+        record.send.length = sizeof number;
+        record.send.type = type;
+        return verb(record, NAP_SEND_DATA);
+    }
+
+    u16 hear(u32 &number)
+    {
+        VERB_RECORD record = {};
+        record.receive.buffer = reinterpret_cast<u8 *>(&number);
+        record.receive.max_length = sizeof number;
+        record.receive.status_with_data = 1;
+        return verb(record, NAP_RECEIVE_AND_WAIT);
+    }
+};
+
+TEST_F(start, thirty_two_threads_converse_in_pairs)
+{
+    constexpr int pairs = 16;
+    constexpr u32 rounds = 300;
+    ASSERT_TRUE(connect());
+    u8 name[64];
+    std::memset(name, 0x40, sizeof name);
+    std::memset(name, 0xC1, 8);
+    VERB_LOCAL_TP_NAME define = {};
+    define.opcode = NAP_DEFINE_LOCAL_TP_NAME;
+    std::memcpy(define.tp_name, name, sizeof name);
+    issue(&define);
+    std::atomic<u32> right{0};
+    auto ask = [&](u32 seed) {
+        talker me;
+        VERB_RECORD tp = {};
+        tp.opcode = NAP_TP_STARTED;
+        issue(&tp);
+        VERB_RECORD record = {};
+        record.opcode = NAP_M_ALLOCATE;
+        record.header.opext = 1;
+        std::memcpy(record.alloc.header.tp_id, tp.tp_started.tp_id, 8);
+        std::memcpy(record.alloc.plu_alias, tp.tp_started.lu_alias, 8);
+        std::memset(record.alloc.mode_name, 0x40, 8);
+        std::memcpy(record.alloc.tp_name, name, 64);
+        issue(&record);
+        ASSERT_EQ(record.header.primary_rc, 0);
+        std::memcpy(me.tp_id, tp.tp_started.tp_id, 8);
+        me.conv_id = record.header.conv_id;
+        for (u32 i = 0; i < rounds; i++)
+        {
+            u32 answer = 0;
+            ASSERT_EQ(me.say(seed + i, 3), 0); // prepare to receive
+            ASSERT_EQ(me.hear(answer), 0);
+            right += answer == (seed + i) * 2 ? 1 : 0;
+        }
+        ASSERT_EQ(me.say(0, 5), 0); // deallocate
+    };
+    auto answer = [&] {
+        VERB_RECORD accept = {};
+        accept.opcode = NAP_RECEIVE_ALLOCATE_CPIC;
+        accept.rcvallcp.rcv_alloc.tp_name_count = 1;
+        accept.rcvallcp.rcv_alloc.tp_name_list = name;
+        issue(&accept);
+        ASSERT_EQ(accept.header.primary_rc, 0);
+        talker me;
+        std::memcpy(me.tp_id, accept.rcvallcp.rcv_alloc.tp_id, 8);
+        me.conv_id = accept.rcvallcp.rcv_alloc.conv_id;
+        for (u32 i = 0; i < rounds; i++)
+        {
+            u32 number = 0;
+            ASSERT_EQ(me.hear(number), 0);
+            ASSERT_EQ(me.say(number * 2, 3), 0);
+        }
+        u32 last;
+        ASSERT_EQ(me.hear(last), 0);
+        ASSERT_EQ(me.hear(last), 0x0900);
+    };
+    std::vector<std::thread> threads;
+    for (u32 i = 0; i < pairs; i++)
+    {
+        threads.emplace_back(answer);
+        threads.emplace_back(ask, i * 1000);
+    }
+    for (std::thread &thread : threads)
+    {
+        thread.join();
+    }
+    EXPECT_EQ(right, pairs * rounds);
+}
+
 TEST_F(start, two_programs_converse)
 {
     ASSERT_TRUE(connect());
