@@ -748,6 +748,9 @@ CM_ENTRY CMSLD(unsigned char CM_PTR conversation_ID, unsigned char CM_PTR log_da
  *   CM_PROGRAM_STATE_CHECK      the conversation is not in Initialize state: it is allocated already, or was made
  *                               for an incoming one
  *
+ * Only the low 16 bits of the length are checked, but all of it is copied: a wrong length such as 65544 damages
+ * memory.
+ *
  * State: Initialize. */
 CM_ENTRY cmslln(unsigned char CM_PTR conversation_ID, unsigned char CM_PTR local_LU_name,
                 CM_LU_NAME_LENGTH CM_PTR local_LU_name_length, CM_RETURN_CODE CM_PTR return_code);
@@ -782,6 +785,9 @@ CM_ENTRY CMSMN(unsigned char CM_PTR conversation_ID, unsigned char CM_PTR mode_n
  *   CM_PROGRAM_PARAMETER_CHECK  the conversation ID is not known, or the length is not 1 to 17
  *   CM_PROGRAM_STATE_CHECK      the conversation is not in Initialize state: it is allocated already, or was made
  *                               for an incoming one
+ *
+ * Only the low 16 bits of the length are checked, but all of it is copied: a wrong length such as 65544 damages
+ * memory.
  *
  * State: Initialize. */
 CM_ENTRY cmspln(unsigned char CM_PTR conversation_ID, unsigned char CM_PTR partner_LU_name,
