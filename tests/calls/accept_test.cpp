@@ -330,6 +330,9 @@ TEST_F(Accept, cmaccp_checks_the_number_of_names)
     library_gcb.NumLocTPNames = 2;
     Id id;
     EXPECT_EQ(CM_OK, call(cmaccp, id));
+    Bytes list = ebcdic("ONE", 64);
+    list.resize(128, EBCDIC_BLANK);
+    EXPECT_EQ(hex(list), hex(node.only(NAP_RECEIVE_ALLOCATE_CPIC).pointed_at)) << "no fresh memory goes to the node";
     node.assertion("handle_count == pGCB->NumLocTPNames");
     library_gcb.NumLocTPNames = 1;
 }

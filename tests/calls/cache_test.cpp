@@ -432,6 +432,18 @@ TEST_F(Cache, read_period_after_the_first_blank_does_not_count)
     EXPECT_EQ(hex(ascii("LU1 NET.X", 17)), hex(entry.PartnerLUName, 17));
 }
 
+TEST_F(Cache, read_period_at_either_end)
+{
+    SIDE_INFO_ENTRY entry = read(record("SERVER  ", ".LU"));
+    EXPECT_EQ(1, entry.usPartnerLUQualified);
+    EXPECT_EQ(0, entry.usPartnerNetIdLen);
+    EXPECT_EQ(hex(ebcdic(".LU", 17)), hex(entry.PartnerLUName, 17));
+    entry = read(record("SERVER2 ", "NET."));
+    EXPECT_EQ(1, entry.usPartnerLUQualified);
+    EXPECT_EQ(3, entry.usPartnerNetIdLen);
+    EXPECT_EQ(hex(ebcdic("NET.", 17)), hex(entry.PartnerLUName, 17));
+}
+
 TEST_F(Cache, read_several_periods_the_last_counts)
 {
     const SIDE_INFO_ENTRY entry = read(record("SERVER  ", "A.B.C"));

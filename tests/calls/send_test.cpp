@@ -391,6 +391,51 @@ TEST_F(Send, cmsend_cb_checks_what_a_dropped_deallocation_belongs_to)
     node.assertion("cccb_ptr->ulDeallocateType == CM_DEALLOCATE_ABEND");
 }
 
+/* Takes the copy away while its length says that there is one. */
+static void lose_the_copy(const Id &id)
+{
+    nba_mm_free(id.cccb().DeallcLogData);
+    id.cccb().DeallcLogData = nullptr;
+}
+
+TEST_F(Send, cmsend_cb_checks_that_the_copy_is_there)
+{
+    for (const bool send_fails : {true, false})
+    {
+        Id id = ending_with_log_data();
+        node.at_issue = [&](Verb &verb) {
+            if (verb.opcode == NAP_SEND_DATA)
+            {
+                lose_the_copy(id);
+            }
+        };
+        node.next(NAP_SEND_DATA, send_fails ? fails(0x0200) : succeeds());
+        Out rts;
+        EXPECT_EQ(send_fails ? CM_PROGRAM_STATE_CHECK : CM_OK, call(cmsend, id, "x", 1, rts));
+        node.assertion("cccb_ptr->DeallcLogData != NULL");
+        EXPECT_EQ(send_fails, id.exists());
+    }
+}
+
+TEST_F(Send, cmdeal_cb_checks_what_a_failed_chained_deallocation_belongs_to)
+{
+    Id id = ending_with_log_data();
+    node.next(NAP_DEALLOCATE, fails(0x0200));
+    node.at_issue = [&](Verb &verb) {
+        if (verb.opcode == NAP_DEALLOCATE)
+        {
+            id.cccb().ulSendType = CM_BUFFER_DATA;
+            id.cccb().ulDeallocateType = CM_DEALLOCATE_FLUSH;
+            lose_the_copy(id);
+        }
+    };
+    Out rts;
+    EXPECT_EQ(CM_PROGRAM_STATE_CHECK, call(cmsend, id, "x", 1, rts));
+    node.assertion("cccb_ptr->ulSendType == CM_SEND_AND_DEALLOCATE");
+    node.assertion("cccb_ptr->ulDeallocateType == CM_DEALLOCATE_ABEND");
+    node.assertion("cccb_ptr->DeallcLogData != NULL");
+}
+
 TEST_F(Send, cmsend_abend_later_with_the_deallocation_complete_at_once)
 {
     Id id = ending_with_log_data(false);

@@ -491,6 +491,20 @@ TEST_F(SetCalls, cmsld_longest_and_too_long)
     }
 }
 
+TEST_F(SetCalls, cmsld_lengths_in_the_record_are_big_endian)
+{
+    Id id = basic();
+    const std::string text(300, 'A');
+    for (unsigned length : {1u, 247u, 248u, 253u, 254u, 255u, 256u, 300u})
+    {
+        EXPECT_EQ(CM_OK, call(cmsld, id, text, static_cast<int>(length)));
+        const u8 *record = id.cccb().LogData;
+        EXPECT_EQ(length + 8, record[0] * 256u + record[1]);
+        EXPECT_EQ(length + 2, record[6] * 256u + record[7]);
+        EXPECT_EQ(length + 8, id.cccb().usLogDataLen);
+    }
+}
+
 TEST_F(SetCalls, cmsld_replaces_and_frees_the_record_before)
 {
     Id id = basic();

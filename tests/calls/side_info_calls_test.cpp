@@ -131,6 +131,22 @@ TEST_F(SideInfoCalls, xcmssi_the_last_period_before_the_first_blank_counts)
     EXPECT_EQ("C1 00 C2 4B C3 40 E7 00 E8", hex(stored().PartnerLUName, 9));
 }
 
+TEST_F(SideInfoCalls, xcmssi_period_at_either_end)
+{
+    Entry entry;
+    entry.put(8, ascii(".LU", 17));
+    EXPECT_EQ(CM_OK, set(entry));
+    EXPECT_EQ(1, stored().usPartnerLUQualified);
+    EXPECT_EQ(0, stored().usPartnerNetIdLen);
+    EXPECT_EQ(hex(ebcdic(".LU", 17)), hex(stored().PartnerLUName, 17));
+    entry.put(8, ascii("ABCDEFGHIJKLMNOP."));
+    EXPECT_EQ(CM_OK, set(entry));
+    EXPECT_EQ(16, stored().usPartnerNetIdLen);
+    EXPECT_EQ(17, stored().usPartnerLUNameLen);
+    EXPECT_EQ(hex(ebcdic("ABCDEFGHIJKLMNOP.")), hex(stored().PartnerLUName, 17));
+    EXPECT_EQ("00 00 00", hex(stored().Reserved1, 3));
+}
+
 TEST_F(SideInfoCalls, xcmssi_long_alias_is_stored_whole_and_extracted_cut)
 {
     Entry entry;

@@ -237,6 +237,30 @@ TEST_F(Startup, tp_name_service_of_a_very_long_string_stays_in_the_librarys_memo
     EXPECT_EQ(CM_OK, call(cminit, id, "        "));
 }
 
+TEST_F(Startup, set_tp_name_elsewhere_keeps_to_its_64_bytes)
+{
+    start();
+    setenv("APPCTPN", ("SNA_SERVICE_TP_0x" + std::string(200, 'C')).c_str(), 1);
+    Buffer field(64);
+    {
+        Locked held;
+        SCC_set_tp_name(field.address());
+    }
+    field.check();
+    EXPECT_EQ(hex(Bytes(64, 0xCC)), hex(field.content()));
+    EXPECT_EQ(100, library_gcb.usTPNameLen);
+}
+
+TEST_F(Startup, get_lu_alias_writes_eight_bytes)
+{
+    setenv("APPCLLU", "ABCDEFGHIJKL", 1);
+    Buffer field(8);
+    Locked held;
+    SCC_get_lu_alias(field.address());
+    field.check();
+    EXPECT_EQ(hex(ascii("ABCDEFGH")), hex(field.content()));
+}
+
 TEST_F(Startup, init_fails_without_conversation_table)
 {
     expect_start_fails(0x2003000A, 1, node.table_init, 1);

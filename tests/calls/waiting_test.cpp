@@ -177,6 +177,43 @@ TEST_F(Waiting, cmwait_checks_that_every_entry_has_a_record)
     node.assertion("cccb_ptr != NULL");
 }
 
+TEST_F(Waiting, cmwait_after_a_path_failure_does_not_wait_for_what_is_lost)
+{
+    busy();
+    node.path_event(PATH_EVENT_FAILURE);
+    Id found;
+    Out conversation_rc;
+    EXPECT_EQ(CM_PROGRAM_STATE_CHECK, call(cmwait, found, conversation_rc));
+    EXPECT_TRUE(found.untouched());
+    EXPECT_TRUE(conversation_rc.untouched());
+}
+
+TEST_F(Waiting, cmwait_with_the_path_failing_while_it_sleeps)
+{
+    busy();
+    node.sleeps_do.push_back([](u32) {
+        node.path_event(PATH_EVENT_FAILURE);
+        return 1;
+    });
+    Id found;
+    Out conversation_rc;
+    EXPECT_EQ(CM_PROGRAM_STATE_CHECK, call(cmwait, found, conversation_rc));
+    EXPECT_EQ(0, library_started);
+}
+
+TEST_F(Waiting, cmwait_after_a_path_failure_finds_no_completion)
+{
+    completed();
+    node.path_event(PATH_EVENT_FAILURE);
+    Id found;
+    Out conversation_rc;
+    EXPECT_EQ(CM_PROGRAM_STATE_CHECK, call(cmwait, found, conversation_rc));
+    node.assertion("tm_handle != NB_NULL_HANDLE");
+    EXPECT_TRUE(found.untouched());
+    Id id = initialised();
+    EXPECT_EQ(CM_PROGRAM_STATE_CHECK, call(cmwait, found, conversation_rc)) << "the counts start anew";
+}
+
 /* ---- CMCHCK --------------------------------------------------------------------------------------------- */
 
 TEST_F(Waiting, cmchck_with_nothing_outstanding_is_a_state_check)
@@ -444,4 +481,15 @@ TEST_F(Waiting, cmcanc_after_a_refused_allocation_still_talks_to_the_node)
     EXPECT_EQ(CM_OK, call(cmcanc, id));
     EXPECT_VERB(node.only(NAP_CANCEL_CONVERSATION), Image(NAP_CANCEL_CONVERSATION).put8(2, 1).put(12, tp));
     EXPECT_FALSE(id.exists());
+}
+
+TEST_F(Waiting, cmcanc_of_an_incoming_conversation_with_an_unexpected_verb_fails_the_check)
+{
+    Id id = incoming();
+    id.cccb().vcb.opcode = NAP_TP_STARTED;
+    id.cccb().usVerbsPending = 1;
+    EXPECT_EQ(CM_OK, call(cmcanc, id));
+    node.assertion("cccb_ptr->vcb.rcvallcp.rcv_alloc.opcode == NAP_RECEIVE_ALLOCATE_CPIC");
+    EXPECT_VERB(node.only(NAP_CANCEL_CONVERSATION),
+                Image(NAP_CANCEL_CONVERSATION).put8(2, 1).put32(20, id.handle()));
 }

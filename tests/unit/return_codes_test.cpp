@@ -44,6 +44,7 @@ TEST_F(ReturnCodes, primary_codes_that_stand_alone)
     {
         EXPECT_EQ(row.expected, mapped(row.primary, 0)) << std::hex << row.primary;
         EXPECT_EQ(row.expected, mapped(row.primary, 0x34600810)) << "the secondary code does not matter";
+        EXPECT_EQ(row.expected, mapped(row.primary, 0xFFFFFFFF));
     }
 }
 
