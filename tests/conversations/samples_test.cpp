@@ -40,16 +40,21 @@ std::string contents(const fs::path &path)
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-// The processes whose environment holds a text; the demo's programs carry the node directory there.
-std::vector<pid_t> processes_with(const std::string &text)
+// The command lines of the processes whose environment holds a text, one each line; the demo's programs carry the node
+// directory there.
+std::string processes_with(const std::string &text)
 {
-    std::vector<pid_t> found;
+    std::string found;
     DIR *processes = opendir("/proc");
     while (const dirent *entry = readdir(processes))
     {
-        const pid_t process = static_cast<pid_t>(std::atoi(entry->d_name));
-        if (process > 0 && contents(std::string("/proc/") + entry->d_name + "/environ").find(text) != std::string::npos)
-            found.push_back(process);
+        const std::string process = std::string("/proc/") + entry->d_name;
+        if (std::atoi(entry->d_name) > 0 && contents(process + "/environ").find(text) != std::string::npos)
+        {
+            std::string line = contents(process + "/cmdline");
+            std::replace(line.begin(), line.end(), '\0', ' ');
+            found += line + "\n";
+        }
     }
     closedir(processes);
     return found;
@@ -82,7 +87,7 @@ void expect_demonstrated(const workplace &place, const finished &result)
     for (std::size_t at = 0; (at = result.output.find("exactly what was sent:", at)) != std::string::npos; ++at)
         ++same;
     EXPECT_EQ(same, 2u) << result.output;
-    EXPECT_TRUE(processes_with("CPIC_NODE_DIR=" + place.path.string()).empty());
+    EXPECT_EQ(processes_with("CPIC_NODE_DIR=" + place.path.string()), "");
     for (const auto &entry : fs::directory_iterator(place.path))
         EXPECT_EQ(entry.path().filename().string().rfind("cpic-demo.", 0), std::string::npos) << entry.path();
 }
@@ -201,7 +206,7 @@ TEST(Demo, an_interrupt_at_any_moment_leaves_nothing)
         int status = 0;
         ASSERT_EQ(waitpid(child, &status, 0), child);
         EXPECT_FALSE(WIFEXITED(status) && WEXITSTATUS(status) == 127);
-        EXPECT_TRUE(processes_with("CPIC_NODE_DIR=" + directory).empty()) << "after " << milliseconds << " ms";
+        EXPECT_EQ(processes_with("CPIC_NODE_DIR=" + directory), "") << "after " << milliseconds << " ms";
         // Before its trap stands, bash dies at once, and has made nothing yet.
         for (const auto &entry : fs::directory_iterator(place.path))
             EXPECT_EQ(entry.path().filename().string().rfind("cpic-demo.", 0), std::string::npos) << entry.path();

@@ -352,6 +352,8 @@ std::string cmchck_command(const arguments &)
     return rc_only(rc) + " slot=" + std::to_string(slot_of(id));
 }
 
+// The calls from here on have a return code of their own: another thread may be inside a call on the same slot.
+
 // set CALL SLOT VALUE: one of the Set calls with a conversation ID, a number and a return code
 std::string set_command(const arguments &words)
 {
@@ -360,9 +362,9 @@ std::string set_command(const arguments &words)
     if (call == nullptr)
         return "-2 missing=" + words[1];
     conversation &c = slot({words[1], words.at(2)});
-    CM_INT32 value = integer(words.at(3));
-    call(c.id.data(), &value, &c.rc);
-    return rc_only(c.rc);
+    CM_INT32 value = integer(words.at(3)), rc;
+    call(c.id.data(), &value, &rc);
+    return rc_only(rc);
 }
 
 // only CALL SLOT: a call with nothing but a conversation ID and a return code
@@ -372,9 +374,9 @@ std::string only_command(const arguments &words)
     auto call = reinterpret_cast<plain_call *>(dlsym(RTLD_DEFAULT, words.at(0).c_str()));
     if (call == nullptr)
         return "-2 missing=" + words[0];
-    conversation &c = slot(words);
-    call(c.id.data(), &c.rc);
-    return rc_only(c.rc);
+    CM_INT32 rc;
+    call(slot(words).id.data(), &rc);
+    return rc_only(rc);
 }
 
 // ask CALL SLOT: a call with a conversation ID, a number that it returns, and a return code
@@ -385,9 +387,9 @@ std::string ask_command(const arguments &words)
     if (call == nullptr)
         return "-2 missing=" + words[1];
     conversation &c = slot({words[1], words.at(2)});
-    CM_INT32 value = -1;
-    call(c.id.data(), &value, &c.rc);
-    return rc_only(c.rc) + " value=" + std::to_string(value);
+    CM_INT32 value = -1, rc;
+    call(c.id.data(), &value, &rc);
+    return rc_only(rc) + " value=" + std::to_string(value);
 }
 
 std::string tp_name_command(const arguments &words)
