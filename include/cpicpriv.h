@@ -107,6 +107,7 @@ typedef struct cccb
     void *pOut5;                     /* 476 */
     u8 SavedConvId[8];               /* 480 copy of the caller's conversation ID */
     u16 usAllocContextFlag;          /* 488 the pending CMALLC started the context of TpId */
+    u16 usCallsInside;               /* 490 calls that use the record while the node may have given the lock up */
 } CCCB;                              /* 492 */
 
 /* ---- global control block, 128 bytes -------------------------------------------------------------------- */
@@ -184,6 +185,7 @@ CPIC_AT(CCCB, pOut1, 460);
 CPIC_AT(CCCB, pOut5, 476);
 CPIC_AT(CCCB, SavedConvId, 480);
 CPIC_AT(CCCB, usAllocContextFlag, 488);
+CPIC_AT(CCCB, usCallsInside, 490);
 
 CPIC_SIZE(GCB, 128);
 CPIC_AT(GCB, ContextLUAlias, 8);

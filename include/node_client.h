@@ -36,7 +36,10 @@ typedef unsigned int u32;
  * user_word: as given when the verb was issued. lock: held. */
 typedef void appc_completion(void *record, u32 unused1, u32 unused2, u32 user_word);
 
-/* Issues a verb and returns when it is complete; the return codes are in the record, the result is not used.
+/* For both ways of issuing a verb: the record stays the node's until the verb is complete. Ending a TP completes the
+ * verbs of its conversations first.
+ *
+ * Issues a verb and returns when it is complete; the return codes are in the record, the result is not used.
  * lock: held; given up and taken back while the verb has to wait. */
 u16 appc_c_version(u16 version, void *record);
 
@@ -78,6 +81,8 @@ struct path_event
     u16 result; /* out: set by the callback */
 };
 
+/* lock: held, and no call of the library is under way in any thread, not even one that waits with the lock given up:
+ * the library frees every record it has. */
 typedef u32 path_callback(u32 user_word, struct path_event *event);
 
 /* Registers a path user; *path_user stays 0 on failure. lock: held. */

@@ -59,8 +59,10 @@ static void put_number(print_output &out, const conversion &how, const char *pre
     const int digit_count = static_cast<int>(strlen(digits));
     const int prefix_length = static_cast<int>(strlen(prefix));
     const int leading_zeros = how.precision > digit_count ? how.precision - digit_count : 0;
-    const int length = prefix_length + leading_zeros + digit_count;
-    const int padding = how.width > length ? how.width - length : 0;
+    const u32 length = static_cast<u32>(prefix_length) + static_cast<u32>(leading_zeros) + static_cast<u32>(digit_count);
+    const int padding = how.width > 0 && static_cast<u32>(how.width) > length
+                            ? static_cast<int>(static_cast<u32>(how.width) - length)
+                            : 0;
     const char pad = how.zeros ? '0' : ' ';
 
     if (!how.left)

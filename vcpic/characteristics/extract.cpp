@@ -44,6 +44,11 @@ static void extract_partner_lu_name(const SIDE_INFO_ENTRY &from, u8 *name)
         return;
     }
     const u16 period = from.usPartnerNetIdLen;
+    if (from.PartnerLUName[period] != EBCDIC_PERIOD)
+    {
+        SCC_convert_string(EBCDIC_TO_ASCII, SET_A, static_cast<short>(length), name, from.PartnerLUName);
+        return; // a node may name a partner without its network
+    }
     SCC_convert_string(EBCDIC_TO_ASCII, SET_A, static_cast<short>(period), name, from.PartnerLUName);
     name[period] = '.';
     SCC_convert_string(EBCDIC_TO_ASCII, SET_A, static_cast<short>(length - period - 1), name + period + 1,

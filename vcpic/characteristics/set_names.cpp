@@ -163,9 +163,24 @@ static u8 *make_log_record(const u8 *data, u16 length)
     return record;
 }
 
+// True when the node is working on a verb that points to the conversation's log data.
+static bool log_data_at_node(const CCCB *cccb)
+{
+    if (cccb->usVerbsPending == 0 || cccb->LogData == nullptr)
+    {
+        return false;
+    }
+    return (cccb->vcb.opcode == NAP_DEALLOCATE && cccb->vcb.dealloc.log_data == cccb->LogData) ||
+           (cccb->vcb.opcode == NAP_SEND_ERROR && cccb->vcb.send_error.log_data == cccb->LogData);
+}
+
 static void replace_log_data(CCCB *cccb, u8 *record, u16 length)
 {
-    if (cccb->LogData != nullptr)
+    if (log_data_at_node(cccb))
+    {
+        cccb->DeallcLogData = cccb->LogData; // parked, with DeallcLogDataLength 0, until the verb is complete
+    }
+    else if (cccb->LogData != nullptr)
     {
         nba_mm_free(cccb->LogData);
     }

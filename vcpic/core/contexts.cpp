@@ -39,6 +39,16 @@ void SCC_context_ended(const u8 *tp_id, u8 type, u16 *primary, u32 *secondary)
     }
 }
 
+bool end_unused_context()
+{
+    if (all_zero(pGCB->CurrentTpId) || SCC_cccbs_using_tpid(pGCB->CurrentTpId) != 0)
+    {
+        return false;
+    }
+    SCC_context_ended(pGCB->CurrentTpId, 1, nullptr, nullptr);
+    return true;
+}
+
 int SCC_context_valid(const u8 *context, CCCB **out)
 {
     const u32 table = pGCB->ConvTable;

@@ -91,8 +91,14 @@ u32 SCC_cccbs_using_tpid(const u8 *tp_id)
     return count;
 }
 
-static void free_log_data(CCCB *cccb)
+// Frees what a CCCB owns, the CCCB excepted, and wipes its password.
+static void free_owned(CCCB *cccb)
 {
+    VERB_RECEIVE_ALLOCATE &accept = cccb->vcb.rcvallcp.rcv_alloc;
+    if (accept.opcode == NAP_RECEIVE_ALLOCATE_CPIC && accept.tp_name_list != nullptr)
+    {
+        nba_mm_free(accept.tp_name_list); // an accept that will never complete
+    }
     if (cccb->LogData != nullptr)
     {
         nba_mm_free(cccb->LogData);
@@ -101,20 +107,23 @@ static void free_log_data(CCCB *cccb)
     {
         nba_mm_free(cccb->DeallcLogData);
     }
+    explicit_bzero(&cccb->vcb, CPIC_VERB_SIZE);
+    explicit_bzero(cccb->SideInfo.SecurityPassword, CPIC_USER_ID_SIZE);
 }
 
-void uncount_completion(CCCB *cccb)
+void forget_completion(CCCB *cccb, const char *check)
 {
     if (cccb->usCompletionPending == 1)
     {
-        CPIC_CHECK(pGCB->NumVerbsWaiting > 0, "pGCB->NumVerbsWaiting > 0");
+        cccb->usCompletionPending = 0;
+        CPIC_CHECK(pGCB->NumVerbsWaiting > 0, check);
         --pGCB->NumVerbsWaiting;
     }
 }
 
 void release_cccb(CCCB *cccb)
 {
-    free_log_data(cccb);
+    free_owned(cccb);
     vtm_release_entry(pGCB->ConvTable, cccb->CCCBhandle);
     nba_mm_free(cccb);
 }
@@ -124,26 +133,30 @@ void SCC_free_cccb(CCCB *cccb)
     if (!all_zero(cccb->TpId) && memcmp(cccb->TpId, pGCB->CurrentTpId, CPIC_TP_ID_SIZE) != 0 &&
         SCC_cccbs_using_tpid(cccb->TpId) < 2)
     {
-        cccb->usVerbsPending = 1; // keeps other calls off the record, should the node give the lock up
+        // Keep other calls off the record, should the node give the lock up: verbs find it busy, contexts find it gone.
+        u8 tp_id[CPIC_TP_ID_SIZE];
+        memcpy(tp_id, cccb->TpId, sizeof tp_id);
+        memset(cccb->TpId, 0, sizeof cccb->TpId);
+        cccb->usVerbsPending = 1;
         if (cccb->usTraceCallNo == CALL_CMDEAL)
         {
             // Inside a deallocation the context is over before the call returns.
             u16 primary;
             u32 secondary;
-            SCC_context_ended(cccb->TpId, 1, &primary, &secondary);
+            SCC_context_ended(tp_id, 1, &primary, &secondary);
         }
         else
         {
-            SCC_context_ended(cccb->TpId, 1, nullptr, nullptr);
+            SCC_context_ended(tp_id, 1, nullptr, nullptr);
         }
     }
-    uncount_completion(cccb);
+    forget_completion(cccb, "pGCB->NumVerbsWaiting > 0");
     release_cccb(cccb);
 }
 
 // The next entry is taken from ConvTable whatever table was given. For any other table only the first entry is
-// therefore released and freed, unless a conversation happens to follow its handle. Deliberate: a path failure has
-// always left the other records of the cache and of the TP names behind, and memory traces of the node are read so.
+// therefore released and freed: a path failure leaves the other records of the cache and of the TP names behind.
+// Deliberate, and kept as it has always been.
 void SCC_free_handles_from_table(u32 table)
 {
     u32 handle = vtm_get_next_used(table, NB_NULL_HANDLE);
@@ -154,7 +167,11 @@ void SCC_free_handles_from_table(u32 table)
         {
             if (table == pGCB->ConvTable)
             {
-                free_log_data(static_cast<CCCB *>(record));
+                free_owned(static_cast<CCCB *>(record));
+            }
+            else if (table == pGCB->SideInfoTable)
+            {
+                explicit_bzero(record, sizeof(SIDE_INFO_RECORD)); // a password may be in it
             }
             vtm_release_entry(table, handle);
             nba_mm_free(record);

@@ -119,8 +119,13 @@ appc_completion cmptr_cb, cmrcv_cb, cmrts_cb, cmsend_cb, cmserr_cb, cmtrts_cb;
 const u8 *gcb_begin();
 const u8 *gcb_room_end();
 
-// Takes a completion that nobody will collect out of NumVerbsWaiting, for a CCCB that is going.
-void uncount_completion(CCCB *cccb);
+// Takes a completion that nobody will collect out of NumVerbsWaiting. check: the text of the failed check when the
+// number is 0 already.
+void forget_completion(CCCB *cccb, const char *check);
+
+// Ends the current context at the node when there is one and no conversation uses it; nobody waits for the result. True
+// when it did so. CurrentTpId stays as it is.
+bool end_unused_context();
 
 // Frees a CCCB and what it owns: no verb, no counting.
 void release_cccb(CCCB *cccb);

@@ -58,23 +58,16 @@ void trace_response(const call_frame &call, const void *const (&out)[5])
     }
 }
 
-void forget_completion(CCCB *cccb)
-{
-    if (cccb->usCompletionPending == 1)
-    {
-        cccb->usCompletionPending = 0;
-        CPIC_CHECK(pGCB->NumVerbsWaiting > 0, "(pGCB)->NumVerbsWaiting > 0");
-        --pGCB->NumVerbsWaiting;
-    }
-}
-
 CM_INT32 post_verb(CCCB *cccb, appc_completion *routine, u16 processing_mode)
 {
     ++cccb->usVerbsPending;
-    forget_completion(cccb);
+    forget_completion(cccb, "(pGCB)->NumVerbsWaiting > 0"); // one that was not collected
 
     appc_completion *later = processing_mode != 0 ? routine : nullptr;
-    if (appc_c_async_version(NAP_VERSION, &cccb->vcb, later, 1) == NAP_IN_PROGRESS)
+    enter_record(cccb);
+    const u16 result = appc_c_async_version(NAP_VERSION, &cccb->vcb, later, 1);
+    leave_record(cccb);
+    if (result == NAP_IN_PROGRESS)
     {
         ++pGCB->ulAsyncVerbsOutstanding;
         return CM_OPERATION_INCOMPLETE;
@@ -115,12 +108,13 @@ void complete_later(CCCB *cccb)
     }
     --cccb->usVerbsPending;
     vpm_wakeup(pGCB->WaitObject);
-    if (trace_due())
+    if (trace_on())
     {
+        CM_INT32 rc = static_cast<CM_INT32>(cccb->ulPendingRc);
         const call_frame call = {
             .cccb = cccb,
             .conv_id = cccb->pSavedConvId,
-            .rc = reinterpret_cast<CM_INT32 *>(&cccb->ulPendingRc),
+            .rc = &rc,
             .number = cccb->usTraceCallNo,
             .lock_token = 0,
         };

@@ -37,11 +37,14 @@
 //                                                            usCompletionPending 1 -> 0, NumVerbsWaiting - 1
 //
 // What holds whenever the lock is free:
-//   1. NumVerbsWaiting is the number of CCCBs whose usCompletionPending is 1.
-//   2. A CCCB whose usConversationEnded is 1 is still there only while a verb or a completion of it is pending.
+//   1. NumVerbsWaiting is the number of CCCBs whose usCompletionPending is 1 (while the library is started: a path
+//      failure leaves the number behind).
+//   2. A CCCB whose usConversationEnded is 1 is still there only while a verb or a completion of it is counted. Three
+//      counts are never taken back, each said where it is made: the SEND_DATA before a chained DEALLOCATE that
+//      completes later, a CMCANC that got no wait object; and CMTRTS marks the end but leaves the freeing to the next
+//      call.
 //   3. Between CM_OPERATION_INCOMPLETE and the completion only the completion routine touches vcb; usVerbsPending keeps
 //      every other call that would out.
-//   4. A completion routine stores through the caller's output pointers exactly once.
 #ifndef VCPIC_CORE_FRAME_HPP
 #define VCPIC_CORE_FRAME_HPP
 
@@ -109,7 +112,7 @@ struct call_frame
 // CM_PROGRAM_PARAMETER_CHECK.
 CM_INT32 conversation_not_found(const u8 *conv_id, int detail);
 
-// Write a trace record, with the call's further inputs or with its outputs; called only when trace_due().
+// Write a trace record: with the call's further inputs, called when trace_due(); with its outputs, called when trace_on().
 void trace_request(const call_frame &call, const void *const (&in)[5]);
 void trace_response(const call_frame &call, const void *const (&out)[5]);
 
@@ -118,6 +121,18 @@ void trace_response(const call_frame &call, const void *const (&out)[5]);
 inline bool trace_due()
 {
     return trc_api.initialised == 0 || trace_on();
+}
+
+// Between the two the record stays even if another thread ends its context: a verb or a sleep may give the lock up in
+// the middle of a call.
+inline void enter_record(CCCB *cccb)
+{
+    ++cccb->usCallsInside;
+}
+
+inline void leave_record(CCCB *cccb)
+{
+    --cccb->usCallsInside;
 }
 
 // ---- the frame ----------------------------------------------------------------------------------------------
@@ -212,7 +227,7 @@ template <call_number number, typename... Inputs>
 template <typename... Outputs>
 [[gnu::always_inline]] inline void call_leave(const call_frame &call, Outputs... outputs)
 {
-    if (trace_due()) [[unlikely]]
+    if (trace_on()) [[unlikely]]
     {
         trace_response(call, {outputs...});
     }
@@ -254,9 +269,6 @@ template <typename... Outputs>
 // waits for that, else the node may complete it later, by calling the routine. Returns the CPI-C return code. The CCCB
 // may be gone afterwards.
 CM_INT32 post_verb(CCCB *cccb, appc_completion *routine, u16 processing_mode);
-
-// A completed verb of a conversation that was not collected is forgotten.
-void forget_completion(CCCB *cccb);
 
 // save_call() and post_verb(): how a call with a verb ends. The CCCB may be gone afterwards.
 template <typename... Outputs>
@@ -301,6 +313,13 @@ inline void complete(CCCB *cccb, u32 asynchronous)
     }
 }
 
+// The completion routine of a verb that has no result but its return code.
+inline void complete_plain(CCCB *cccb, u32 asynchronous)
+{
+    complete_return_code(cccb);
+    complete(cccb, asynchronous);
+}
+
 // Frees the conversation when it is over and nothing of it is pending.
 inline void free_when_over(CCCB *cccb)
 {
@@ -310,7 +329,7 @@ inline void free_when_over(CCCB *cccb)
     }
 }
 
-// Stores a request-to-send-received indicator through one of the caller's saved outputs.
+// Stores an integer result through one of the caller's outputs.
 inline void store_output(void *output, u32 value)
 {
     *static_cast<CM_INT32 *>(output) = static_cast<CM_INT32>(value);

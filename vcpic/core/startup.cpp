@@ -60,7 +60,7 @@ void SCC_init(void)
     vpm_init_path_user(0, 0, SCC_path_callback, 0, &gcb->ulPathUser);
     if (gcb->ulPathUser == 0)
     {
-        nba_pd_print_problem(0x2003000a, 0, ""); // 0 and not 4: operators know this failure by its 0
+        nba_pd_print_problem(0x2003000a, 0, ""); // detail 0 after 1, 2 and 3 is deliberate, and kept
         terminate_tables();
         return;
     }
@@ -130,7 +130,7 @@ static void set_service_tp_name(u8 *name, const char *digits)
         const unsigned low = hex_digit(digits[2 * i + 1]) & ~0x20u;
         name[i] = static_cast<u8>(high | low);
     }
-    pGCB->usTPNameLen = static_cast<u16>(count);
+    pGCB->usTPNameLen = static_cast<u16>(count <= 0xFFFF ? count : 0xFFFF);
 }
 
 void SCC_set_tp_name(u8 *name)

@@ -14,7 +14,7 @@ const char *ocpic_verstamp_tvt(void);
 char ocpic_verstring[255] = WHAT_MARKER LIBRARY_LINE WHAT_MARKER "            " BUILD_STAMP WHAT_MARKER;
 char ocpic_verstring1[255] = LIBRARY_LINE;
 char ocpic_verstring1_tvt[255] = "V7.1.1.1 Kelvra Linux CPI-C Library %1\n";
-char ocpic_dummy[512]; // reserved: programs linked against the first releases refer to it
+char ocpic_dummy[512]; // reserved, not used
 
 const char *ocpic_verstamp(void)
 {

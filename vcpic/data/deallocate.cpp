@@ -69,6 +69,7 @@ void cmdeal_cb(void *record, u32, u32, u32 asynchronous)
 {
     CCCB *cccb = static_cast<CCCB *>(record);
     const VERB_HEADER &verb = cccb->vcb.header;
+    drop_parked_log(cccb);
     if (verb.primary_rc != 0)
     {
         complete_return_code(cccb);

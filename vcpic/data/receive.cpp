@@ -31,7 +31,7 @@ static void receive(call_frame &call, u8 *buffer, CM_INT32 requested, CM_INT32 *
                     CM_INT32 *received_length, CM_INT32 *status_received, CM_INT32 *request_to_send_received)
 {
     CCCB *cccb = call.cccb;
-    if (!good_length(requested))
+    if (!good_data_length(requested))
     {
         nba_pd_print_problem(0x20030007, 0, "l", static_cast<u32>(requested));
         *call.rc = CM_PROGRAM_PARAMETER_CHECK;
@@ -53,7 +53,7 @@ void cmrcv(unsigned char *conversation_ID, unsigned char *buffer, CM_REQUESTED_L
 {
     call_frame call;
     const bool good = call_enter<CALL_CMRCV>(call, return_code, conversation_ID, requested_length);
-    const CM_INT32 requested = *requested_length; // programs pass one variable for both lengths
+    const CM_INT32 requested = *requested_length; // read first: a program may pass one variable for both lengths
     *received_length = 0;
     if (good)
     {

@@ -45,7 +45,7 @@ static bool copy_log_data(CCCB *cccb)
 static void send_data(call_frame &call, u8 *buffer, CM_INT32 length, CM_INT32 *request_to_send_received)
 {
     CCCB *cccb = call.cccb;
-    if (!good_length(length))
+    if (!good_data_length(length))
     {
         nba_pd_print_problem(0x20030007, 1, "l", static_cast<u32>(length));
         *call.rc = CM_PROGRAM_PARAMETER_CHECK;
@@ -79,6 +79,15 @@ void cmsend(unsigned char *conversation_ID, unsigned char *buffer, CM_SEND_LENGT
         send_data(call, buffer, *send_length, request_to_send_received);
     }
     call_leave(call, request_to_send_received);
+}
+
+void drop_parked_log(CCCB *cccb)
+{
+    if (cccb->DeallcLogDataLength == 0 && cccb->DeallcLogData != nullptr)
+    {
+        nba_mm_free(cccb->DeallcLogData);
+        cccb->DeallcLogData = nullptr;
+    }
 }
 
 void drop_deallocation_log(CCCB *cccb)
@@ -133,6 +142,11 @@ void cmsend_cb(void *record, u32, u32, u32 asynchronous)
         }
         cccb->usConversationEnded = 1;
     }
+    else if (cccb->DeallcLogDataLength != 0)
+    {
+        cccb->DeallcLogDataLength = 0; // the program has changed the send type meanwhile: no chain
+        drop_parked_log(cccb);
+    }
     // After a chained DEALLOCATE this is that record's byte 24, written over what was stored before the chain.
     store_output(cccb->pOut1, cccb->vcb.send.rts_received);
     complete(cccb, asynchronous);
@@ -151,7 +165,5 @@ void cmflus(unsigned char *conversation_ID, CM_RETURN_CODE *return_code)
 
 void cmflus_cb(void *record, u32, u32, u32 asynchronous)
 {
-    CCCB *cccb = static_cast<CCCB *>(record);
-    complete_return_code(cccb);
-    complete(cccb, asynchronous);
+    complete_plain(static_cast<CCCB *>(record), asynchronous);
 }

@@ -1,6 +1,6 @@
 // turn_and_error.cpp - CMPTR gives the turn, CMRTS asks for it, CMTRTS looks whether the partner did, CMSERR reports an
 // error.
-#include "core/frame.hpp"
+#include "data/data.hpp"
 
 void cmptr(unsigned char *conversation_ID, CM_RETURN_CODE *return_code)
 {
@@ -17,9 +17,7 @@ void cmptr(unsigned char *conversation_ID, CM_RETURN_CODE *return_code)
 
 void cmptr_cb(void *record, u32, u32, u32 asynchronous)
 {
-    CCCB *cccb = static_cast<CCCB *>(record);
-    complete_return_code(cccb);
-    complete(cccb, asynchronous);
+    complete_plain(static_cast<CCCB *>(record), asynchronous);
 }
 
 void cmrts(unsigned char *conversation_ID, CM_RETURN_CODE *return_code)
@@ -35,9 +33,7 @@ void cmrts(unsigned char *conversation_ID, CM_RETURN_CODE *return_code)
 
 void cmrts_cb(void *record, u32, u32, u32 asynchronous)
 {
-    CCCB *cccb = static_cast<CCCB *>(record);
-    complete_return_code(cccb);
-    complete(cccb, asynchronous);
+    complete_plain(static_cast<CCCB *>(record), asynchronous);
 }
 
 static void send_error(call_frame &call, CM_INT32 *request_to_send_received)
@@ -74,6 +70,7 @@ void cmserr(unsigned char *conversation_ID, CM_REQUEST_TO_SEND_RECEIVED *request
 void cmserr_cb(void *record, u32, u32, u32 asynchronous)
 {
     CCCB *cccb = static_cast<CCCB *>(record);
+    drop_parked_log(cccb);
     if (complete_return_code(cccb))
     {
         cccb->usConfirmPending = 0; // an error is also the negative answer
@@ -102,8 +99,8 @@ void cmtrts(unsigned char *conversation_ID, CM_REQUEST_TO_SEND_RECEIVED *request
         }
         else
         {
-            // Always done at once, and the return code stays CM_OK even if the node refuses: programs poll with this
-            // call and have never looked for an error from it.
+            // Always done at once, and the return code stays CM_OK even if the node refuses. Deliberate: programs that
+            // poll with this call are not stopped by it.
             start_verb(cccb, NAP_TEST_RTS);
             save_call(call, request_to_send_received);
             appc_c_async_version(NAP_VERSION, &cccb->vcb, nullptr, 0);

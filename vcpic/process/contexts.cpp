@@ -28,10 +28,7 @@ static CM_INT32 set_context(const u8 *context, CM_INT32 length)
     {
         return CM_PROGRAM_PARAMETER_CHECK;
     }
-    if (!all_zero(pGCB->CurrentTpId) && SCC_cccbs_using_tpid(pGCB->CurrentTpId) == 0)
-    {
-        SCC_context_ended(pGCB->CurrentTpId, 1, nullptr, nullptr);
-    }
+    end_unused_context();
     memcpy(pGCB->CurrentTpId, context, CPIC_TP_ID_SIZE);
     memcpy(pGCB->ContextLUAlias, cccb->LocalLUName, CPIC_LU_ALIAS_SIZE);
     return CM_OK;
@@ -47,8 +44,9 @@ void cmsctx(unsigned char *context_ID, CM_CONTEXT_ID_LENGTH *context_ID_length, 
     call_leave(call);
 }
 
-// Frees every conversation of the current context, without a verb: the node has ended them with the context.
-static void free_conversations_of_context()
+// Frees every conversation of a context, without a verb: the node has ended them with the context. One that another
+// thread is inside of is freed by that thread, on its way out.
+static void free_conversations_of_context(const u8 *context)
 {
     const u32 table = pGCB->ConvTable;
     u32 tm_handle = vtm_get_next_used(table, NB_NULL_HANDLE);
@@ -59,10 +57,18 @@ static void free_conversations_of_context()
         if (cccb_ptr != nullptr)
         {
             CPIC_CHECK(cccb_ptr->CCCBhandle == tm_handle, "cccb_ptr->CCCBhandle == tm_handle");
-            if (memcmp(cccb_ptr->TpId, pGCB->CurrentTpId, CPIC_TP_ID_SIZE) == 0)
+            if (memcmp(cccb_ptr->TpId, context, CPIC_TP_ID_SIZE) == 0)
             {
-                uncount_completion(cccb_ptr);
-                release_cccb(cccb_ptr);
+                forget_completion(cccb_ptr, "pGCB->NumVerbsWaiting > 0");
+                if (cccb_ptr->usCallsInside == 0)
+                {
+                    release_cccb(cccb_ptr);
+                }
+                else
+                {
+                    cccb_ptr->usConversationEnded = 1;
+                    memset(cccb_ptr->TpId, 0, CPIC_TP_ID_SIZE); // its context needs no end any more
+                }
             }
         }
         tm_handle = next;
@@ -79,18 +85,23 @@ static CM_INT32 terminate(CM_INT32 type)
     {
         return CM_OK;
     }
+    u8 context[CPIC_TP_ID_SIZE]; // another thread may change the current one while the node gives the lock up
+    memcpy(context, pGCB->CurrentTpId, sizeof context);
     u16 primary;
     u32 secondary;
-    SCC_context_ended(pGCB->CurrentTpId, type == CM_HARD, &primary, &secondary);
+    SCC_context_ended(context, type == CM_HARD, &primary, &secondary);
     if (primary != 0)
     {
         u32 rc;
         SCC_map_return_codes(&rc, primary, secondary, NAP_TP_ENDED);
         return static_cast<CM_INT32>(rc);
     }
-    free_conversations_of_context();
-    memset(pGCB->CurrentTpId, 0, CPIC_TP_ID_SIZE);
-    memset(pGCB->ContextLUAlias, 0, CPIC_LU_ALIAS_SIZE);
+    free_conversations_of_context(context);
+    if (memcmp(pGCB->CurrentTpId, context, sizeof context) == 0)
+    {
+        memset(pGCB->CurrentTpId, 0, CPIC_TP_ID_SIZE);
+        memset(pGCB->ContextLUAlias, 0, CPIC_LU_ALIAS_SIZE);
+    }
     return CM_OK;
 }
 

@@ -39,16 +39,16 @@ static CCCB *first_completed()
 
 static CM_INT32 collect(u8 *conv_id, CM_INT32 *conversation_return_code)
 {
+    int failed_sleeps = 0;
     while (pGCB->NumVerbsWaiting == 0)
     {
-        if (pGCB->ulAsyncVerbsOutstanding == 0)
+        // Nothing is done, and nothing is under way. Nor can anything be waited for when a sleep without limit fails
+        // twice running: the path to the node is lost.
+        if (pGCB->ulAsyncVerbsOutstanding == 0 || failed_sleeps == 2)
         {
-            return CM_PROGRAM_STATE_CHECK; // nothing is done and nothing is under way
+            return CM_PROGRAM_STATE_CHECK;
         }
-        if (vpm_sleep(pGCB->WaitObject, -1) != 0 && fInitCPIC == 0)
-        {
-            return CM_PROGRAM_STATE_CHECK; // the path to the node is lost, and with it what there was to wait for
-        }
+        failed_sleeps = vpm_sleep(pGCB->WaitObject, -1) == 0 ? 0 : failed_sleeps + 1;
     }
     CCCB *cccb = first_completed();
     CPIC_CHECK(cccb != nullptr, "tm_handle != NB_NULL_HANDLE");
@@ -157,7 +157,7 @@ static CM_INT32 cancel(CCCB *cccb_ptr, const u8 *conv_id)
     }
 
     VERB_RECORD verb = {};
-    verb.header.opcode = NAP_CANCEL_CONVERSATION;
+    verb.opcode = NAP_CANCEL_CONVERSATION;
     verb.header.opext = static_cast<u8>(cccb_ptr->ulConversationType);
     name_conversation(&verb.header, cccb_ptr, conv_id, cccb_ptr->usVerbsPending != 0);
     ++cccb_ptr->usVerbsPending;
@@ -166,19 +166,21 @@ static CM_INT32 cancel(CCCB *cccb_ptr, const u8 *conv_id)
     if (wait_object == 0)
     {
         nba_pd_print_problem(0x2003000b, 18, "");
-        return CM_PRODUCT_SPECIFIC_ERROR; // the count stays: the record must not go before the cancelled verb is done
+        return CM_PRODUCT_SPECIFIC_ERROR; // the count deliberately stays: nobody may use the conversation any more
     }
-    // Waits for its own verb in every processing mode. The object is kept when the sleep fails: the node may still
-    // wake it.
+    // Waits for its own verb in every processing mode. A sleep without limit fails only when the path is lost; the
+    // object is then left to the node, which may still wake it.
+    enter_record(cccb_ptr);
     if (appc_c_async_version(NAP_VERSION, &verb, cmcanc_cb, wait_object) != NAP_IN_PROGRESS ||
         vpm_sleep(wait_object, -1) == 0)
     {
         vpm_release_wait_object(wait_object);
     }
+    leave_record(cccb_ptr);
     u32 rc = CM_OK;
     if (verb.header.primary_rc != 0)
     {
-        SCC_map_return_codes(&rc, verb.header.primary_rc, verb.header.secondary_rc, verb.header.opcode);
+        SCC_map_return_codes(&rc, verb.header.primary_rc, verb.header.secondary_rc, verb.opcode);
     }
     --cccb_ptr->usVerbsPending;
     cccb_ptr->usConversationEnded = 1;

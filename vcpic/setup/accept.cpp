@@ -3,17 +3,6 @@
 #include "core/frame.hpp"
 #include "setup/local_tp_names.hpp"
 
-static void end_current_context()
-{
-    SCC_context_ended(pGCB->CurrentTpId, 1, nullptr, nullptr);
-}
-
-// True when there is a current context that no conversation uses.
-static bool current_context_unused()
-{
-    return !all_zero(pGCB->CurrentTpId) && SCC_cccbs_using_tpid(pGCB->CurrentTpId) == 0;
-}
-
 // Registers the process's own TP name as a local one, once: a name from APPCTPN always, the default name only while
 // the program has given none. CM_OK, or CM_PRODUCT_SPECIFIC_ERROR.
 static u32 register_own_name()
@@ -29,10 +18,7 @@ static u32 register_own_name()
     }
     const u32 rc =
         add_local_tp_name(pGCB->TPName, pGCB->usTPNameLen, {.no_memory = 0, .table_full = 15, .refused = 1});
-    if (rc == CM_OK)
-    {
-        pGCB->usLocTPNameFlag = 1;
-    }
+    pGCB->usLocTPNameFlag = rc == CM_OK; // refused: another thread may have found the name meanwhile and set it
     return rc;
 }
 
@@ -202,10 +188,7 @@ void SCC_inbound_process_verb(CCCB *cccb, u32 asynchronous, u16 free_on_error)
         // the middle of something else.
         if (asynchronous == 0 || free_on_error != 0)
         {
-            if (current_context_unused())
-            {
-                end_current_context();
-            }
+            end_unused_context();
             if (verb.user_id[0] != EBCDIC_BLANK)
             {
                 memcpy(pGCB->CurrentTpId, verb.tp_id, CPIC_TP_ID_SIZE);
@@ -241,9 +224,8 @@ void cmaccp(unsigned char *conversation_ID, CM_RETURN_CODE *return_code)
         *return_code = static_cast<CM_INT32>(SCC_inbound_get_cccb(&call.cccb, conversation_ID));
         if (*return_code == CM_OK)
         {
-            if (current_context_unused())
+            if (end_unused_context())
             {
-                end_current_context();
                 memset(pGCB->CurrentTpId, 0, CPIC_TP_ID_SIZE);
             }
             *return_code = static_cast<CM_INT32>(SCC_inbound_issue_verb(call.cccb, CALL_CMACCP, cmaccp_cb, 0, 1,

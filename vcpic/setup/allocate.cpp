@@ -23,7 +23,9 @@ static u32 start_tp(CCCB *cccb)
     memcpy(verb.tp_name, pGCB->TPName, CPIC_TP_NAME_SIZE);
 
     ++cccb->usVerbsPending;
+    enter_record(cccb);
     appc_c_async_version(NAP_VERSION, record, nullptr, 0);
+    leave_record(cccb);
     --cccb->usVerbsPending;
 
     if (verb.primary_rc != 0)
@@ -105,10 +107,16 @@ void cmallc(unsigned char *conversation_ID, CM_RETURN_CODE *return_code)
         *return_code = static_cast<CM_INT32>(choose_tp(cccb, &tp));
         if (*return_code != CM_OK)
         {
-            if (cccb->usVerbsPending == 0)
+            if (cccb->usVerbsPending == 0) // a verb that is pending still needs the record
             {
                 SCC_free_cccb(cccb);
             }
+        }
+        else if (cccb->usConversationEnded != 0 && cccb->usVerbsPending == 0)
+        {
+            *return_code = CM_PRODUCT_SPECIFIC_ERROR; // cancelled by another thread while the TP was started
+            undo_tp(cccb, tp);
+            free_when_over(cccb);
         }
         else if (cccb->usVerbsPending != 0)
         {

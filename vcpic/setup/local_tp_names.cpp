@@ -46,14 +46,15 @@ u32 add_local_tp_name(const u8 *name, u16 length, const name_problems &details)
     }
     record->usLength = length;
     memcpy(record->Name, name, CPIC_TP_NAME_SIZE);
+    ++pGCB->NumLocTPNames; // before the verb: another thread may look at the table while the node gives the lock up
     if (name_verb(NAP_DEFINE_LOCAL_TP_NAME, name) != 0)
     {
+        --pGCB->NumLocTPNames;
         nba_pd_print_problem(0x2003000e, details.refused, "es", name, CPIC_TP_NAME_SIZE);
         vtm_release_entry(pGCB->LocTPNameTable, handle);
         nba_mm_free(record);
         return CM_PRODUCT_SPECIFIC_ERROR;
     }
-    ++pGCB->NumLocTPNames;
     return CM_OK;
 }
 
@@ -61,9 +62,16 @@ u32 add_local_tp_name(const u8 *name, u16 length, const name_problems &details)
 static bool remove_local_tp_name(u32 handle, u32 refused_detail)
 {
     LOC_TP_NAME *record = static_cast<LOC_TP_NAME *>(vtm_get_pointer(pGCB->LocTPNameTable, handle));
-    if (name_verb(NAP_DELETE_LOCAL_TP_NAME, record->Name) != 0)
+    u8 name[CPIC_TP_NAME_SIZE];
+    memcpy(name, record->Name, sizeof name);
+    const u16 primary = name_verb(NAP_DELETE_LOCAL_TP_NAME, name);
+    if (vtm_get_pointer(pGCB->LocTPNameTable, handle) != record)
     {
-        nba_pd_print_problem(0x2003000f, refused_detail, "es", record->Name, CPIC_TP_NAME_SIZE);
+        return true; // another thread has removed it while the node gave the lock up
+    }
+    if (primary != 0)
+    {
+        nba_pd_print_problem(0x2003000f, refused_detail, "es", name, CPIC_TP_NAME_SIZE);
         return false;
     }
     --pGCB->NumLocTPNames;
@@ -79,7 +87,7 @@ static void convert_name(u8 *field, const u8 *name, CM_INT32 length)
     SCC_convert_string(ASCII_TO_EBCDIC, SET_AE640, static_cast<short>(length), field, name);
 }
 
-static bool good_length(CM_INT32 length)
+static bool good_name_length(CM_INT32 length)
 {
     return length >= 1 && length <= CPIC_TP_NAME_SIZE;
 }
@@ -114,7 +122,7 @@ static void drop_default_name()
 
 static CM_INT32 set_local_tp_name(const u8 *name, CM_INT32 length)
 {
-    if (!good_length(length) || !good_characters(name, length))
+    if (!good_name_length(length) || !good_characters(name, length))
     {
         return CM_PROGRAM_PARAMETER_CHECK;
     }
@@ -148,7 +156,7 @@ void cmsltp(unsigned char *TP_name, CM_INT32 *TP_name_length, CM_RETURN_CODE *re
 
 static CM_INT32 release_local_tp_name(const u8 *name, CM_INT32 length)
 {
-    if (!good_length(length))
+    if (!good_name_length(length))
     {
         return CM_PROGRAM_PARAMETER_CHECK;
     }

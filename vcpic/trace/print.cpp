@@ -4,6 +4,7 @@
 
 #include <stdarg.h>
 #include <stdio.h>
+#include <string.h>
 
 // One line; a text that does not fit is cut.
 [[gnu::format(printf, 2, 3)]] static void print_line(int handle, const char *format, ...)
@@ -40,7 +41,11 @@ void print_request_header(int handle, u16 call)
 // A return code beyond the table shows its low half, unsigned.
 void print_response_header(int handle, u16 call, bool asynchronous, const void *rc)
 {
-    const u32 code = rc != nullptr ? *static_cast<const u32 *>(rc) : cpicrc.count;
+    u32 code = cpicrc.count;
+    if (rc != nullptr)
+    {
+        memcpy(&code, rc, sizeof code);
+    }
     char result[NAME_SIZE];
     if (code < cpicrc.count || rc == nullptr)
     {
