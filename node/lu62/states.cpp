@@ -1,5 +1,5 @@
 // states.cpp - the state table. One line is one verb or one kind of news, one column is one state; an entry is the next
-// state, `no` for a state check, `--` for what cannot happen. It is meant to be read beside the architecture's matrix.
+// state, `no` for a state check, `xx` for what cannot happen. It is meant to be read beside the architecture's matrix.
 #include "lu62/states.hpp"
 
 namespace lu62 {
@@ -7,7 +7,7 @@ namespace lu62 {
 namespace {
 
 constexpr std::uint8_t no = 0xFE;
-constexpr std::uint8_t __ = 0xFF;
+constexpr std::uint8_t xx = 0xFF;
 constexpr std::uint8_t RS = static_cast<std::uint8_t>(state::reset);
 constexpr std::uint8_t SD = static_cast<std::uint8_t>(state::send);
 constexpr std::uint8_t RV = static_cast<std::uint8_t>(state::receive);
@@ -43,15 +43,15 @@ constexpr table_row table[] = {
     {input_row::deallocate_abend, 0x52,             {no,   RS,   RS,     RS,     RS,       RS,       RS}},
     {input_row::get_state, 0x12,                    {no,   SD,   RV,     CF,     CS,       CD,       SP}},
 
-    {input_row::data_came, 0,                       {__,   __,   RV,     __,     __,       __,       __}},
-    {input_row::turn_came, 0,                       {__,   __,   SD,     __,     __,       __,       __}},
-    {input_row::data_and_turn_came, 0,              {__,   __,   SP,     __,     __,       __,       __}},
-    {input_row::confirm_came, 0,                    {__,   __,   CF,     __,     __,       __,       __}},
-    {input_row::confirm_send_came, 0,               {__,   __,   CS,     __,     __,       __,       __}},
-    {input_row::confirm_deallocate_came, 0,         {__,   __,   CD,     __,     __,       __,       __}},
-    {input_row::error_came, 0,                      {__,   __,   RV,     __,     __,       __,       __}},
-    {input_row::error_purging_came, 0,              {__,   RV,   RV,     __,     __,       __,       RV}},
-    {input_row::end_came, 0,                        {__,   RS,   RS,     RS,     RS,       RS,       RS}},
+    {input_row::data_came, 0,                       {xx,   xx,   RV,     xx,     xx,       xx,       xx}},
+    {input_row::turn_came, 0,                       {xx,   xx,   SD,     xx,     xx,       xx,       xx}},
+    {input_row::data_and_turn_came, 0,              {xx,   xx,   SP,     xx,     xx,       xx,       xx}},
+    {input_row::confirm_came, 0,                    {xx,   xx,   CF,     xx,     xx,       xx,       xx}},
+    {input_row::confirm_send_came, 0,               {xx,   xx,   CS,     xx,     xx,       xx,       xx}},
+    {input_row::confirm_deallocate_came, 0,         {xx,   xx,   CD,     xx,     xx,       xx,       xx}},
+    {input_row::error_came, 0,                      {xx,   xx,   RV,     xx,     xx,       xx,       xx}},
+    {input_row::error_purging_came, 0,              {xx,   RV,   RV,     xx,     xx,       xx,       RV}},
+    {input_row::end_came, 0,                        {xx,   RS,   RS,     RS,     RS,       RS,       RS}},
 };
 static_assert(sizeof(table) / sizeof(table[0]) == row_count);
 
@@ -83,7 +83,7 @@ cell transition(state now, input_row row)
     {
         return {cell_kind::state_check, now};
     }
-    if (next == __)
+    if (next == xx)
     {
         return {cell_kind::impossible, now};
     }
