@@ -164,6 +164,10 @@ struct mistake
 
 const mistake mistakes[] = {
     {"[node]\nname = \n", "f:2:8: "}, // the library's own words follow
+    {"[node]\ntrace = true\n[\x16node]\n[mode]\n",
+     "f:3:1: characters that begin nothing, expected a section, a key or a value"},
+    {"[node]\nd = 1979-05\u038A7\n", "f:2:12: "},
+    {"[\x16", "f:1:1: characters that begin nothing, expected a section, a key or a value"},
     {"colour = 1\n",
      "f:1:1: unknown section \"colour\", expected one of node, lu, partner_lu, mode, side_info, user, program"},
     {"node = 1\n", "f:1:8: node is a number, expected [node]"},

@@ -266,7 +266,9 @@ void node::TearDown()
     }
     if (HasFailure())
     {
-        std::fprintf(stderr, "broker.log:\n%s", log().c_str());
+        std::string text = log();
+        std::string end = text.substr(text.size() > 2000 ? text.size() - 2000 : 0);
+        std::fprintf(stderr, "the end of broker.log:\n%s", end.c_str());
     }
     std::filesystem::remove_all(directory);
 }
