@@ -134,6 +134,19 @@ TEST_F(Accept, cmaccp_without_a_user_id_leaves_the_current_context)
     EXPECT_EQ(0, id.cccb().SideInfo.usSecurityUserIdLen);
 }
 
+TEST_F(Accept, cmaccp_the_first_byte_of_the_user_id_decides)
+{
+    node.next(NAP_RECEIVE_ALLOCATE_CPIC, partner().put(90, ebcdic(" USER", 10)));
+    Id id;
+    EXPECT_EQ(CM_OK, call(cmaccp, id));
+    EXPECT_EQ(hex(nothing), hex(library_gcb.CurrentTpId, 8));
+    EXPECT_EQ(0, id.cccb().SideInfo.usSecurityUserIdLen);
+    node.next(NAP_RECEIVE_ALLOCATE_CPIC, partner().put(90, ebcdic("U", 10)));
+    EXPECT_EQ(CM_OK, call(cmaccp, id));
+    EXPECT_EQ(hex(tp_id), hex(library_gcb.CurrentTpId, 8));
+    EXPECT_EQ(1, id.cccb().SideInfo.usSecurityUserIdLen);
+}
+
 TEST_F(Accept, cmaccp_first_ends_a_current_context_that_nobody_uses)
 {
     initialised();

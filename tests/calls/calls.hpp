@@ -254,6 +254,7 @@ protected:
     void TearDown() override
     {
         node.verify();
+        node.reset();
     }
 
     /* After cminit with no symbolic destination. */

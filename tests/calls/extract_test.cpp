@@ -112,6 +112,17 @@ TEST_F(Extract, cmelln)
     EXPECT_EQ(hex(scripted::bytes(std::string("OURLU   \0", 9))), hex(again.content()));
 }
 
+TEST_F(Extract, cmelln_the_first_byte_decides)
+{
+    Id id = initialised();
+    memcpy(id.cccb().LocalLUName, "\0LU_ONE ", 8);
+    Buffer name(9);
+    EXPECT_EQ(CM_PROGRAM_STATE_CHECK, call(cmelln, id, name));
+    memcpy(id.cccb().LocalLUName, "L\0\0\0\0\0\0\0", 8);
+    EXPECT_EQ(CM_OK, call(cmelln, id, name));
+    EXPECT_EQ("4C 00 00 00 00 00 00 00 00", hex(name.content()));
+}
+
 TEST_F(Extract, cmembs)
 {
     Out size;

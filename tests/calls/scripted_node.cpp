@@ -639,10 +639,23 @@ static void check_guards(const void *memory, u32 size)
     }
 }
 
+static void give_back(void *block)
+{
+    free(static_cast<u8 *>(block) - guard_size);
+}
+
 void Node::reset()
 {
     queued.clear();
     standing.clear();
+    for (const auto &block : freed)
+    {
+        give_back(block.first);
+    }
+    for (const auto &block : memory)
+    {
+        give_back(block.first);
+    }
     freed.clear();
     tps_started = 0;
     conversations_made = 0;

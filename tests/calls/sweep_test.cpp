@@ -65,9 +65,20 @@ A bytes_out(long size)
     return {A::text_out, size};
 }
 
-const char entry_of_caller[] = "SWEEP   PARTNER             \0\0\0\0"
-                               "TPNAME                                                          "
-                               "#INTER  \0\0\0\0        ";
+/* The caller's side-information entry: an alias, an application TP, no security. */
+const char *entry_of_caller()
+{
+    static const std::string entry = [] {
+        std::string e = "SWEEP   PARTNER             ";
+        e.append(4, '\0');
+        e += "TPNAME" + std::string(58, ' ') + "#INTER  ";
+        e.append(4, '\0');
+        e += std::string(16, ' ');
+        return e;
+    }();
+    EXPECT_EQ(124u, entry.size());
+    return entry.data();
+}
 
 const std::vector<Row> &rows()
 {
@@ -134,7 +145,7 @@ const std::vector<Row> &rows()
         {CALL(xcscsu, XCSCSU), In::initialised, 38, false, {an_id, text("USER"), in(4)}},
         {CALL(cmscsu, CMSCSU), In::initialised, 38, false, {an_id, text("USER"), in(4)}},
         {CALL(xcmssi, XCMSSI), In::no_conversation, no_problem, false,
-         {{A::ignored}, text(entry_of_caller), in(124)}},
+         {{A::ignored}, text(entry_of_caller()), in(124)}},
         {CALL(cmterm, CMTERM), In::no_conversation, no_problem, false, {in(0)}},
     };
     return table;
