@@ -89,22 +89,29 @@ int main(int argc, char **argv)
 
     std::size_t lines = 50;
     bool follow = false;
-    auto view = [&](CLI::App *of, const char *name, const char *help, const char *file) {
-        CLI::App *added = command(of, name, help,
-                                  [&, file] { return tool::show_file(where, file, lines, follow); });
+    auto view_options = [&](CLI::App *added) {
         added->add_option("-n,--lines", lines, "How many lines; 0: all")->capture_default_str()->type_name("N");
         added->add_flag("-f,--follow", follow, "Go on with what is added later");
+    };
+    auto view = [&](CLI::App *of, const char *name, const char *help, const char *file) {
+        view_options(command(of, name, help, [&, file] { return tool::show_file(where, file, lines, follow); }));
     };
     CLI::App *trace = app.add_subcommand("trace", "The API trace of all programs of the node");
     trace->require_subcommand(1);
     command(trace, "on", "Running programs begin to trace at once", [&] { return tool::ask_node(where, "trace on"); });
     command(trace, "off", "Running programs stop tracing at once", [&] { return tool::ask_node(where, "trace off"); });
     view(trace, "show", "Show the trace file", "cpic.trc");
-    CLI::App *audit = app.add_subcommand("audit", "The audit log of all programs of the node");
-    audit->require_subcommand(1);
+    CLI::App *audit = app.add_subcommand("audit", "Show the audit log of all programs of the node, or switch it");
+    audit->require_subcommand(0, 1);
+    audit->callback([&] {
+        if (!chosen) // no on or off
+        {
+            chosen = [&] { return tool::show_file(where, "audit.log", lines, follow); };
+        }
+    });
+    view_options(audit);
     command(audit, "on", "Programs write audit records", [&] { return tool::ask_node(where, "audit on"); });
     command(audit, "off", "Programs write no audit records", [&] { return tool::ask_node(where, "audit off"); });
-    view(audit, "show", "Show the audit log", "audit.log");
     view(&app, "problems", "Show the problem log of all programs of the node", "problem.log");
     double seconds = 0;
     CLI::App *monitor = command(&app, "monitor", "Show conversations as they come, change and end",

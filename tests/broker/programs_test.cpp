@@ -529,7 +529,7 @@ TEST_F(node, LogsAreShownFromTheirEnd)
     std::ofstream(directory + "/cpic.trc") << "trace\n";
     EXPECT_EQ(tool({"trace", "show"}).out, "trace\n");
     std::ofstream(directory + "/audit.log") << "audit\n";
-    EXPECT_EQ(tool({"audit", "show"}).out, "audit\n");
+    EXPECT_EQ(tool({"audit", "-n", "5"}).out, "audit\n");
 }
 
 TEST_F(node, MonitorShowsConversationsThatCome)
