@@ -100,6 +100,19 @@ TEST_F(Extract, cmepln_after_cmspln)
     }
 }
 
+TEST_F(Extract, cmepln_of_a_partner_that_the_node_names_without_a_network)
+{
+    Id id = incoming();
+    node.next(NAP_RECEIVE_ALLOCATE_CPIC, succeeds().put(132, ebcdic("PARTNER", 17)));
+    EXPECT_EQ(CM_OK, call(cmacci, id));
+    Buffer name(17);
+    Out length;
+    EXPECT_EQ(CM_OK, call(cmepln, id, name, length));
+    EXPECT_EQ(7, length.value());
+    EXPECT_EQ(hex(scripted::bytes("PARTNER")), hex(name.content(7)));
+    EXPECT_TRUE(name.untouched(7));
+}
+
 TEST_F(Extract, cmelln)
 {
     Id id = initialised();

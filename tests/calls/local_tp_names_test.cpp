@@ -68,6 +68,8 @@ TEST_F(LocalTpNames, cmsltp_accepts_exactly_its_characters)
         const std::string name = std::string("A") + static_cast<char>(c);
         const bool good = (c >= 0x22 && c <= 0x5A) || (c >= 'a' && c <= 'z') || c == '_';
         EXPECT_EQ(good ? CM_OK : CM_PROGRAM_PARAMETER_CHECK, call(cmsltp, name, 2)) << "character " << c;
+        const std::string turned = std::string(1, static_cast<char>(c)) + "A";
+        EXPECT_EQ(good ? CM_OK : CM_PROGRAM_PARAMETER_CHECK, call(cmsltp, turned, 2)) << "first character " << c;
     }
 }
 

@@ -354,7 +354,6 @@ TEST_F(Startup, path_failure_discards_everything)
 {
     Id id = initialised();
     give_log_data(id, "log");
-    node.may_leak = true; /* log data of discarded conversations goes with the process */
     const u32 wait_object = library_gcb.WaitObject;
     EXPECT_EQ(0, node.path_event(PATH_EVENT_FAILURE));
     EXPECT_EQ(0, library_started);
@@ -385,6 +384,17 @@ TEST_F(Startup, path_failure_frees_conversations_and_the_first_of_the_other_tabl
     EXPECT_EQ(4u, node.memory.size());
     node.path_event(PATH_EVENT_FAILURE);
     EXPECT_EQ(1u, node.memory.size());
+}
+
+TEST_F(Startup, path_failure_frees_what_a_pending_accept_holds)
+{
+    Id id = incoming();
+    EXPECT_EQ(CM_OK, call(cmspm, id, 1));
+    node.next(NAP_RECEIVE_ALLOCATE_CPIC, later());
+    EXPECT_EQ(CM_OPERATION_INCOMPLETE, call(cmacci, id));
+    EXPECT_EQ(3u, node.memory.size()) << "conversation, own TP name, list of names";
+    node.path_event(PATH_EVENT_FAILURE);
+    EXPECT_TRUE(node.memory.empty());
 }
 
 TEST_F(Startup, path_failure_twice_and_before_any_start_is_harmless)

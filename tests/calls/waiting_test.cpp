@@ -105,6 +105,18 @@ TEST_F(Waiting, cmwait_looks_again_after_a_wake_up_for_nothing)
     EXPECT_EQ(hex(id.content()), hex(found.content()));
 }
 
+TEST_F(Waiting, cmwait_gives_up_when_it_cannot_sleep)
+{
+    busy();
+    node.sleeps_do.push_back([](u32) { return 5; });
+    node.sleeps_do.push_back([](u32) { return 5; });
+    Id found;
+    Out conversation_rc;
+    EXPECT_EQ(CM_PROGRAM_STATE_CHECK, call(cmwait, found, conversation_rc)) << "two sleeps failed one after the other";
+    EXPECT_TRUE(found.untouched());
+    node.deliver_all();
+}
+
 TEST_F(Waiting, cmwait_gives_up_when_the_outstanding_verb_goes_away)
 {
     Id id = busy();
