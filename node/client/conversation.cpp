@@ -76,6 +76,17 @@ bool conversation_verb(u16 opcode)
     }
 }
 
+// True when the verb can block in its own read: it waits for input alone, and nobody needs this thread for anything else.
+static bool may_block(conversation *conv, short events)
+{
+    if (events != POLLIN || conv->at == phase::write || !runtime_may_block())
+    {
+        return false;
+    }
+    conv->socket_blocks = conv->socket_blocks || runtime_make_blocking(conv->fd);
+    return conv->socket_blocks;
+}
+
 // Waits in the caller's thread until the verb at work is complete or the conversation has been stopped.
 static void wait_blocked(conversation *conv, short events)
 {
@@ -84,6 +95,14 @@ static void wait_blocked(conversation *conv, short events)
     while (events != 0 && conv->stop == 0)
     {
         conv->waiter = &waiter;
+        if (may_block(conv, events))
+        {
+            conv->block = &waiter;
+            events = verb_advance(conv, POLLIN);
+            conv->block = nullptr;
+            conv->waiter = nullptr;
+            continue;
+        }
         const short ready = runtime_wait(waiter, conv->fd, events, -1);
         conv->waiter = nullptr;
         if (ready != 0 && conv->stop == 0)

@@ -356,7 +356,14 @@ arrival input_read(conversation *conv, lu62::receiving *receiving)
     msghdr message{};
     message.msg_iov = direct != 0 ? pieces : pieces + 1;
     message.msg_iovlen = direct != 0 ? 2 : 1;
-    const ssize_t got = sys_recvmsg(conv->fd, &message, MSG_DONTWAIT);
+    runtime_waiter *block = conv->block;
+    conv->block = nullptr;
+    const ssize_t got = block != nullptr ? runtime_receive(*block, conv->fd, &message)
+                                         : sys_recvmsg(conv->fd, &message, MSG_DONTWAIT);
+    if (conv->stop != 0)
+    {
+        return arrival::nothing; // stopped by another thread meanwhile; what came is of no use any more
+    }
     if (got < 0 && (errno == EAGAIN || errno == ENOBUFS || errno == ENOMEM))
     {
         in_release(conv);

@@ -85,6 +85,8 @@ struct conversation
     appc_completion *routine;
     u32 user_word;
     runtime_waiter *waiter; // the thread that is blocked in it
+    runtime_waiter *block;  // the next read may block, as this waiter; null: it does not
+    bool socket_blocks;     // the socket has been made one that blocks
     u32 stop;               // primary code with which the conversation is over at the next occasion; 0: none
     phase at;
     bool end_only;          // the job ends the conversation: nothing that comes in matters any more

@@ -11,6 +11,9 @@
 
 #include "node_verbs.h"
 
+#include <sys/socket.h>
+#include <sys/types.h>
+
 namespace client {
 
 struct conversation;
@@ -22,6 +25,8 @@ struct conversation;
 struct runtime_waiter
 {
     int kick;             // descriptor that wakes its poll(), -1: none was to be had; only while it waits
+    int blocked;          // descriptor that it is blocked in a receive of; only while `receiving`
+    bool receiving;       // it is inside runtime_receive()
     bool waiting;         // its thread is in poll(), the lock given up
     bool kicked;          // runtime_kick() came; cleared by the wait that returns for it
     bool signalled;       // the kick went through the descriptor
@@ -34,8 +39,24 @@ struct runtime_waiter
 // a signal, something else was delivered. A kick that came before the wait ends it at once.
 short runtime_wait(runtime_waiter &waiter, int fd, short events, int timeout_ms);
 
-// Ends the wait that a waiter is in, or the next one.
+// Ends the wait that a waiter is in, or the next one. A thread inside runtime_receive() is got out of it by shutting the
+// descriptor down for reading: only for a conversation that is over.
 void runtime_kick(runtime_waiter &waiter);
+
+// ---- blocking in a receive ----------------------------------------------------------------------------------------
+
+// A thread that waits for nothing but its own input may block in the receive itself: one system call instead of two,
+// and the shortest way from the partner's write to this thread. It may while nobody in the process has anything pending
+// that a waiting thread would have to deliver.
+bool runtime_may_block();
+
+// Makes a conversation's socket one that blocks, for at most receive_limit_ms. False: it cannot be done.
+bool runtime_make_blocking(int fd);
+inline constexpr int receive_limit_ms = 250; // by then the thread looks whether the broker is still there
+
+// Gives the lock up, receives, takes the lock back. As recvmsg(): -1 with EAGAIN when nothing came in time or the wait
+// was ended; what was due has then been delivered.
+ssize_t runtime_receive(runtime_waiter &waiter, int fd, msghdr *message);
 
 // ---- pending verbs ------------------------------------------------------------------------------------------------
 

@@ -172,6 +172,26 @@ ssize_t sys_recvmsg(int fd, msghdr *message, int flags)
     return uninterrupted([&] { return recvmsg(fd, message, flags | MSG_CMSG_CLOEXEC); });
 }
 
+ssize_t sys_receive(int fd, msghdr *message)
+{
+    return recvmsg(fd, message, MSG_CMSG_CLOEXEC);
+}
+
+int sys_block(int fd, int limit_ms)
+{
+    timeval limit = {limit_ms / 1000, limit_ms % 1000 * 1000};
+    if (setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) != 0)
+    {
+        return -1;
+    }
+    return fcntl(fd, F_SETFL, 0); // of the flags that can be set, O_NONBLOCK is the only one it has
+}
+
+int sys_shutdown_read(int fd)
+{
+    return shutdown(fd, SHUT_RD);
+}
+
 ssize_t sys_sendmsg(int fd, const msghdr *message, int flags)
 {
     return uninterrupted([&] { return sendmsg(fd, message, flags | MSG_NOSIGNAL); });

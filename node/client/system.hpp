@@ -53,6 +53,9 @@ int sys_socket(); // Unix SOCK_SEQPACKET, non-blocking
 int sys_connect(int fd, const char *path);
 int sys_peer_uid(int fd, unsigned *uid);
 ssize_t sys_recvmsg(int fd, msghdr *message, int flags);
+ssize_t sys_receive(int fd, msghdr *message); // may wait; EINTR is returned: the time limit would begin again
+int sys_block(int fd, int limit_ms);          // from now on the descriptor blocks, in a receive at most so long
+int sys_shutdown_read(int fd);
 ssize_t sys_sendmsg(int fd, const msghdr *message, int flags);
 
 void sys_sleep_ms(int milliseconds);

@@ -108,6 +108,27 @@ void kick_give(int descriptor)
     }
 }
 
+// The list of all that wait.
+void enlist(runtime_waiter &waiter)
+{
+    waiter.next = runtime.waiting;
+    waiter.link = &runtime.waiting;
+    if (waiter.next != nullptr)
+    {
+        waiter.next->link = &waiter.next;
+    }
+    runtime.waiting = &waiter;
+}
+
+void delist(runtime_waiter &waiter)
+{
+    *waiter.link = waiter.next;
+    if (waiter.next != nullptr)
+    {
+        waiter.next->link = waiter.link;
+    }
+}
+
 // A waiter that no eventfd was to be had for looks again this often, in milliseconds.
 constexpr int blind_wait = 50;
 
@@ -122,13 +143,7 @@ short runtime_wait(runtime_waiter &waiter, int fd, short events, int timeout_ms)
     }
     waiter.kick = kick_take();
     waiter.signalled = false;
-    waiter.next = runtime.waiting;
-    waiter.link = &runtime.waiting;
-    if (waiter.next != nullptr)
-    {
-        waiter.next->link = &waiter.next;
-    }
-    runtime.waiting = &waiter;
+    enlist(waiter);
     if (waiter.kick < 0 && (timeout_ms < 0 || timeout_ms > blind_wait))
     {
         timeout_ms = blind_wait;
@@ -145,11 +160,7 @@ short runtime_wait(runtime_waiter &waiter, int fd, short events, int timeout_ms)
     {
         pump();
     }
-    *waiter.link = waiter.next;
-    if (waiter.next != nullptr)
-    {
-        waiter.next->link = waiter.link;
-    }
+    delist(waiter);
     if (waiter.kick >= 0)
     {
         if (waiter.signalled)
@@ -174,12 +185,57 @@ void runtime_kick(runtime_waiter &waiter)
         return;
     }
     waiter.kicked = true;
+    if (waiter.receiving)
+    {
+        sys_shutdown_read(waiter.blocked);
+    }
     if (waiter.waiting && waiter.kick >= 0 && !waiter.signalled)
     {
         waiter.signalled = true;
         std::uint64_t one = 1;
         sys_write(waiter.kick, &one, sizeof one);
     }
+}
+
+bool runtime_may_block()
+{
+    return runtime.epoll >= 0 && runtime.armed == 0 && runtime.requests.used == 0;
+}
+
+bool runtime_make_blocking(int fd)
+{
+    return sys_block(fd, receive_limit_ms) == 0;
+}
+
+ssize_t runtime_receive(runtime_waiter &waiter, int fd, msghdr *message)
+{
+    if (waiter.kicked)
+    {
+        waiter.kicked = false;
+        errno = EAGAIN;
+        return -1;
+    }
+    waiter.blocked = fd;
+    waiter.receiving = true;
+    enlist(waiter);
+    lock_give();
+    const ssize_t got = sys_receive(fd, message);
+    const int error = errno;
+    lock_take();
+    delist(waiter);
+    waiter.receiving = false;
+    waiter.kicked = false;
+    if (got < 0 && (error == EAGAIN || error == EINTR))
+    {
+        if (runtime.epoll >= 0)
+        {
+            pump();
+        }
+        errno = EAGAIN;
+        return -1;
+    }
+    errno = error;
+    return got;
 }
 
 // ---- descriptors of pending verbs ---------------------------------------------------------------------------------

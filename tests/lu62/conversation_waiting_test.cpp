@@ -215,4 +215,109 @@ TEST_F(Waiting, AbnormalEndOfTheProgram)
     EXPECT_EQ(t.b->receive(10), word(wire::rc_dealloc_abend));
 }
 
+// ---- blocked in the receive itself -------------------------------------------------------------------------------
+
+TEST_F(Waiting, BlockedInTheReceiveGetsWhatComes)
+{
+    two_programs t(true);
+    ASSERT_EQ(t.a->send("first", 1), 0);
+    t.take_attach();
+    ASSERT_EQ(t.b->receive(10), 0);
+    count.may_block = true;
+    const unsigned blocked = count.blocked, polls = count.polls;
+    u16 code = 0xFFFF;
+    std::thread thread([&] { code = t.b->receive(100); });
+    while (count.blocked == blocked)
+    {
+        std::this_thread::yield();
+    }
+    ASSERT_EQ(t.a->send("later", 1), 0);
+    thread.join();
+    EXPECT_EQ(code, 0);
+    EXPECT_EQ(t.b->data, "later");
+    EXPECT_EQ(count.polls, polls);
+}
+
+TEST_F(Waiting, BlockedInTheReceiveOutlivesItsTimeLimit)
+{
+    two_programs t(true);
+    ASSERT_EQ(t.a->send("first", 1), 0);
+    t.take_attach();
+    ASSERT_EQ(t.b->receive(10), 0);
+    count.may_block = true;
+    const unsigned blocked = count.blocked;
+    u16 code = 0xFFFF;
+    std::thread thread([&] { code = t.b->receive(100); });
+    while (count.blocked < blocked + 3) // it has come back with nothing twice
+    {
+        std::this_thread::yield();
+    }
+    ASSERT_EQ(t.a->send("late", 1), 0);
+    thread.join();
+    EXPECT_EQ(code, 0);
+    EXPECT_EQ(t.b->data, "late");
+}
+
+TEST_F(Waiting, BlockedInTheReceiveIsCancelled)
+{
+    two_programs t(true);
+    ASSERT_EQ(t.a->send("first", 1), 0);
+    t.take_attach();
+    ASSERT_EQ(t.b->receive(10), 0);
+    count.may_block = true;
+    const unsigned blocked = count.blocked;
+    u16 code = 0;
+    std::thread thread([&] { code = t.b->receive(100); });
+    while (count.blocked == blocked)
+    {
+        std::this_thread::yield();
+    }
+    t.b->cancel();
+    thread.join();
+    EXPECT_EQ(code, word(wire::rc_cancelled));
+    EXPECT_TRUE(t.b->over);
+    EXPECT_EQ(t.a->receive(10), word(wire::rc_conv_failure_retry));
+}
+
+TEST_F(Waiting, BlockedInTheReceiveSeesThePartnerGo)
+{
+    two_programs t(true);
+    ASSERT_EQ(t.a->send("first", 1), 0);
+    t.take_attach();
+    ASSERT_EQ(t.b->receive(10), 0);
+    count.may_block = true;
+    const unsigned blocked = count.blocked;
+    u16 code = 0;
+    std::thread thread([&] { code = t.b->receive(100); });
+    while (count.blocked == blocked)
+    {
+        std::this_thread::yield();
+    }
+    t.a->drop();
+    thread.join();
+    EXPECT_EQ(code, word(wire::rc_conv_failure_retry));
+}
+
+// What a blocked receive places straight into the program's memory is what was sent.
+TEST_F(Waiting, BlockedInTheReceiveTakesLongRecords)
+{
+    two_programs t(true);
+    ASSERT_EQ(t.a->send("first", 1), 0);
+    t.take_attach();
+    ASSERT_EQ(t.b->receive(10), 0);
+    count.may_block = true;
+    std::thread sender([&] {
+        for (unsigned i = 0; i < 50; i++)
+        {
+            EXPECT_EQ(t.a->send(pattern(32767 - i * 311, i), 1), 0);
+        }
+    });
+    for (unsigned i = 0; i < 50; i++)
+    {
+        ASSERT_EQ(t.b->receive(32767), 0);
+        ASSERT_EQ(t.b->data, pattern(32767 - i * 311, i)) << i;
+    }
+    sender.join();
+}
+
 } // namespace

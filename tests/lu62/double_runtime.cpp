@@ -349,10 +349,46 @@ short runtime_wait(runtime_waiter &waiter, int fd, short events, int timeout_ms)
 void runtime_kick(runtime_waiter &waiter)
 {
     waiter.kicked = true;
+    if (waiter.receiving)
+    {
+        shutdown(waiter.blocked, SHUT_RD);
+    }
     if (waiter.waiting)
     {
         EXPECT_EQ(eventfd_write(waiter.kick, 1), 0);
     }
+}
+
+bool runtime_may_block()
+{
+    return count.may_block;
+}
+
+bool runtime_make_blocking(int fd)
+{
+    const timeval limit = {0, 20000};
+    return setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) == 0 && fcntl(fd, F_SETFL, 0) == 0;
+}
+
+ssize_t runtime_receive(runtime_waiter &waiter, int fd, msghdr *message)
+{
+    if (waiter.kicked)
+    {
+        waiter.kicked = false;
+        errno = EAGAIN;
+        return -1;
+    }
+    waiter.blocked = fd;
+    waiter.receiving = true;
+    unlock();
+    count.blocked++;
+    const ssize_t got = recvmsg(fd, message, 0);
+    const int error = errno;
+    lock();
+    waiter.receiving = false;
+    waiter.kicked = false;
+    errno = error;
+    return got;
 }
 
 bool runtime_watch(u32 conv_id, int fd, short events)

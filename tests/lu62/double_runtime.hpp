@@ -24,6 +24,8 @@ struct counters
     std::atomic<int> fail_alloc;   // the n-th allocation from now on fails; 0: none
     std::atomic<unsigned> most;    // most bytes that one write takes; 0: no limit
     std::atomic<bool> no_watch;    // runtime_watch() fails
+    std::atomic<bool> may_block;   // blocked verbs block in the receive itself
+    std::atomic<unsigned> blocked; // such receives
     std::string log;               // data of the last problem record
 };
 extern counters count;
@@ -129,6 +131,7 @@ protected:
         count.fail_alloc = 0;
         count.most = 0;
         count.no_watch = false;
+        count.may_block = false;
         count.log.clear();
         ASSERT_EQ(count.memory, 0);
     }
