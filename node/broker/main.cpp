@@ -115,6 +115,10 @@ void serve(broker::server_options options, Report report)
     {
         return report(result);
     }
+    auto fail = [&](const std::string &text) {
+        close(lock); // whoever tries again at once finds it free
+        report({exit_failed, text});
+    };
     std::string in_directory = options.directory + "/node.toml";
     if (options.config_file.empty() && access(in_directory.c_str(), F_OK) == 0)
     {
@@ -135,7 +139,7 @@ void serve(broker::server_options options, Report report)
             {
                 result.text += error + "\n";
             }
-            return report({exit_failed, result.text + "the node does not start with mistakes in its configuration"});
+            return fail(result.text + "the node does not start with mistakes in its configuration");
         }
         settings = *read;
     }
@@ -150,7 +154,7 @@ void serve(broker::server_options options, Report report)
     broker::server server(std::move(options), std::move(settings));
     if (!server.open(result.text))
     {
-        return report({exit_failed, result.text});
+        return fail(result.text);
     }
     broker::log_line("node in " + where + " with " + configuration);
     report({exit_good, ""});
