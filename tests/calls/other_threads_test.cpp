@@ -89,6 +89,43 @@ TEST_F(OtherThreads, cmterm_leaves_a_waiting_conversation_to_its_thread)
     EXPECT_EQ(1u, node.issued(NAP_TP_ENDED).size()) << "the context is ended once";
 }
 
+TEST_F(OtherThreads, cmterm_ends_a_waiting_conversation_whose_verb_succeeds_all_the_same)
+{
+    Id waiting = accepted();
+    meanwhile(NAP_RECEIVE_AND_WAIT, [&] { EXPECT_EQ(CM_OK, call(cmterm, 0)); });
+    EXPECT_EQ(CM_OK, receive(waiting));
+    EXPECT_FALSE(waiting.exists());
+}
+
+TEST_F(OtherThreads, cmterm_frees_what_no_thread_is_inside_of_any_more)
+{
+    Id id = completed();
+    EXPECT_EQ(CM_OK, call(cmcanc, id));
+    ASSERT_TRUE(id.exists()) << "its completion is not collected";
+    Id second = initialised();
+    EXPECT_EQ(CM_OK, call(cmallc, second));
+    for (Id *conversation : {&id, &second})
+    {
+        const Bytes context(conversation->cccb().TpId, conversation->cccb().TpId + 8);
+        EXPECT_EQ(CM_OK, call(cmsctx, context, 8));
+        EXPECT_EQ(CM_OK, call(cmterm, 0));
+        EXPECT_FALSE(conversation->exists());
+    }
+}
+
+TEST_F(OtherThreads, cmsctx_of_a_context_that_is_being_ended)
+{
+    Id id = allocated();
+    const Bytes context(id.cccb().TpId, id.cccb().TpId + 8);
+    meanwhile(NAP_TP_ENDED, [&] {
+        EXPECT_EQ(CM_PROGRAM_PARAMETER_CHECK, call(cmsctx, context, 8)) << "nobody uses it any more";
+        EXPECT_EQ(CM_OPERATION_NOT_ACCEPTED, call(cmflus, id));
+    });
+    EXPECT_EQ(CM_OK, call(cmdeal, id));
+    EXPECT_FALSE(id.exists());
+    EXPECT_EQ(1u, node.issued(NAP_TP_ENDED).size());
+}
+
 TEST_F(OtherThreads, cmterm_leaves_a_conversation_whose_cancel_waits_to_its_thread)
 {
     Id waiting = accepted();
@@ -237,5 +274,7 @@ TEST_F(OtherThreads, cmsst_while_a_send_with_a_chained_deallocation_is_out)
     EXPECT_EQ(CM_OK, call(cmsst, id, CM_BUFFER_DATA));
     node.deliver_all();
     EXPECT_TRUE(node.issued(NAP_DEALLOCATE).empty()) << "the send type at completion decides";
+    EXPECT_EQ(0, id.cccb().DeallcLogDataLength) << "and the copy is dropped";
+    EXPECT_EQ(nullptr, id.cccb().DeallcLogData);
     EXPECT_EQ(0, id.cccb().usConversationEnded);
 }
