@@ -39,7 +39,7 @@ void warn(const shared_file &file, const char *why)
     put_text(line, why);
     put_text(line, " (records are lost; conversations go on)");
     bytes[line.length++] = '\n';
-    sys_write(STDERR_FILENO, bytes, line.length);
+    sys_complain(bytes, line.length);
 }
 
 bool path_of(const shared_file &file, char (&path)[path_room], const char *suffix)

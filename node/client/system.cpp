@@ -60,9 +60,23 @@ wall_time sys_wall_clock()
     return {now.tv_sec, static_cast<std::int32_t>(now.tv_nsec / 1000)};
 }
 
+int sys_clear_of_standard(int fd)
+{
+    if (fd < 0 || fd > STDERR_FILENO)
+    {
+        return fd;
+    }
+    int moved = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    int error = errno;
+    close(fd);
+    errno = error;
+    return moved;
+}
+
 int sys_open(const char *path, int flags, mode_t mode)
 {
-    return uninterrupted([&] { return open(path, flags | O_CLOEXEC | O_LARGEFILE, mode); });
+    return sys_clear_of_standard(
+        uninterrupted([&] { return open(path, flags | O_CLOEXEC | O_LARGEFILE, mode); }));
 }
 
 int sys_close(int fd)
@@ -78,6 +92,23 @@ ssize_t sys_read(int fd, void *buffer, std::size_t size)
 ssize_t sys_write(int fd, const void *buffer, std::size_t size)
 {
     return uninterrupted([&] { return write(fd, buffer, size); });
+}
+
+void sys_complain(const char *text, std::size_t size)
+{
+    sigset_t pipe_signal;
+    sigset_t before;
+    sigset_t pending;
+    sigemptyset(&pipe_signal);
+    sigaddset(&pipe_signal, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &pipe_signal, &before);
+    sigpending(&pending);
+    if (sys_write(STDERR_FILENO, text, size) < 0 && errno == EPIPE && sigismember(&pending, SIGPIPE) == 0)
+    {
+        timespec at_once = {};
+        uninterrupted([&] { return sigtimedwait(&pipe_signal, nullptr, &at_once); });
+    }
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 int sys_fstat(int fd, struct stat *found)
@@ -106,6 +137,24 @@ void *sys_map_page(int fd, std::size_t size)
     return page == MAP_FAILED ? nullptr : page;
 }
 
+void *sys_map_shared(int fd, std::size_t size)
+{
+    void *memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    return memory == MAP_FAILED ? nullptr : memory;
+}
+
+int sys_shared_memory(const char *name, std::size_t size)
+{
+    int fd = memfd_create(name, MFD_CLOEXEC | MFD_ALLOW_SEALING);
+    if (fd >= 0 && (ftruncate(fd, static_cast<off_t>(size)) != 0 ||
+                    fcntl(fd, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL) != 0))
+    {
+        close(fd);
+        fd = -1;
+    }
+    return fd;
+}
+
 void sys_unmap_page(void *page, std::size_t size)
 {
     munmap(page, size);
@@ -113,12 +162,12 @@ void sys_unmap_page(void *page, std::size_t size)
 
 int sys_eventfd()
 {
-    return eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    return sys_clear_of_standard(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
 }
 
 int sys_epoll_create()
 {
-    return epoll_create1(EPOLL_CLOEXEC);
+    return sys_clear_of_standard(epoll_create1(EPOLL_CLOEXEC));
 }
 
 int sys_epoll_ctl(int epoll, int operation, int fd, epoll_event *event)
@@ -138,7 +187,7 @@ int sys_poll(pollfd *fds, unsigned count, int timeout_ms)
 
 int sys_socket()
 {
-    return socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    return sys_clear_of_standard(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
 }
 
 int sys_connect(int fd, const char *path)

@@ -31,16 +31,21 @@ struct wall_time
 };
 wall_time sys_wall_clock();
 
-// Descriptors are always made close-on-exec.
+// Descriptors are always made close-on-exec, and never with the numbers 0 to 2: a program that has closed its standard
+// descriptors and prints all the same would print into a conversation, or to the broker.
+int sys_clear_of_standard(int fd); // the same file under a higher number, where fd is one of the three; -1: there is none
 int sys_open(const char *path, int flags, mode_t mode);
 int sys_close(int fd);
 ssize_t sys_read(int fd, void *buffer, std::size_t size);
 ssize_t sys_write(int fd, const void *buffer, std::size_t size);
+void sys_complain(const char *text, std::size_t size); // to standard error; no SIGPIPE when nobody reads it
 int sys_fstat(int fd, struct stat *found);
 int sys_stat(const char *path, struct stat *found);
 int sys_rename(const char *from, const char *to);
 int sys_flock(int fd, int operation);
-void *sys_map_page(int fd, std::size_t size); // read-only, shared; null when it cannot be done
+int sys_shared_memory(const char *name, std::size_t size); // all zero, sealed: its size is what it is
+void *sys_map_page(int fd, std::size_t size);   // read-only, shared; null when it cannot be done
+void *sys_map_shared(int fd, std::size_t size); // the same, to be written
 void sys_unmap_page(void *page, std::size_t size);
 
 int sys_eventfd();
