@@ -7,7 +7,10 @@
 //   fork COMMAND [ARGUMENT...] the same in a forked child; answered by the child's own line
 //
 // Conversations are named by slots 0 to 15, each with its own buffers, so that several threads can be busy at once.
-// Data to send is made from a seed; what went out and what came in is told as a number of bytes and a hash.
+// Data to send is made from a seed; what went out and what came in is told as a number of bytes and a hash. Commands for
+// rough surroundings are in endurance_commands.cpp.
+#include "conversations/endurance_commands.hpp"
+
 #include <cpic.h>
 
 #include <array>
@@ -455,7 +458,10 @@ std::string run(const arguments &words)
         {"cmterm", cmterm_command},
     };
     const auto found = commands.find(words.at(0));
-    return found != commands.end() ? found->second(words) : only_command(words);
+    if (found != commands.end())
+        return found->second(words);
+    std::string text;
+    return endurance_command(words, text) ? text : only_command(words);
 }
 
 void answer(std::string line)
@@ -497,6 +503,16 @@ std::string in_child(const arguments &words)
 }
 
 } // namespace
+
+unsigned char *conversation_of_slot(const std::string &index)
+{
+    return slot({"", index}).id.data();
+}
+
+std::string run_command(const std::vector<std::string> &words)
+{
+    return guarded(words);
+}
 
 int main()
 {
