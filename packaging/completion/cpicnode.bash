@@ -1,0 +1,46 @@
+# Completion of cpicnode(1) for bash. Needs nothing of the package bash-completion, which only saves sourcing the file.
+
+# Files (-f) or directories (-d) that begin with a word.
+_cpicnode_paths()
+{
+    mapfile -t COMPREPLY < <(compgen "$1" -- "$2")
+    compopt -o filenames 2>/dev/null # fails, and is not needed, when bash is not completing
+}
+
+_cpicnode()
+{
+    local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]}
+    local options="--dir --json --help --version" words="" command="" i
+    COMPREPLY=()
+
+    # The value of an option.
+    case $before in
+    --config) _cpicnode_paths -f "$word"; return ;;
+    --dir) _cpicnode_paths -d "$word"; return ;;
+    --idle | --for | -n | --lines) return ;;
+    esac
+
+    # The command so far, without options and their values.
+    for ((i = 1; i < COMP_CWORD; i++)); do
+        case ${COMP_WORDS[i]} in
+        --config | --dir | --idle | --for | -n | --lines) i=$((i + 1)) ;;
+        -*) ;;
+        *) command+=${command:+ }${COMP_WORDS[i]} ;;
+        esac
+    done
+
+    case $command in
+    "") words="start stop status check reload show trace audit problems monitor" ;;
+    start) options+=" --config --idle" ;;
+    check) [[ $word == -* ]] || { _cpicnode_paths -f "$word"; return; } ;;
+    show) words="lus modes side-info names programs startable conversations attaches" ;;
+    trace) words="on off show" ;;
+    audit) words="on off" options+=" --lines --follow" ;;
+    "trace show" | problems) options+=" --lines --follow" ;;
+    monitor) options+=" --for" ;;
+    esac
+    [[ $word == -* ]] && words=$options
+    mapfile -t COMPREPLY < <(compgen -W "$words" -- "$word")
+}
+
+complete -F _cpicnode cpicnode
