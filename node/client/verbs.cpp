@@ -72,7 +72,13 @@ u16 conversation_verb_issue(VERB_RECORD *record, appc_completion *routine, u32 u
         runtime_set_rc(record, wire::rc_parameter_check, wire::rc_bad_tp_id);
         return 0;
     }
-    return conversation_issue(conv, record, routine, user_word);
+    u16 result = conversation_issue(conv, record, routine, user_word);
+    // A partner often fails because its broker has, which is ours as well: the program's next call must find a new one.
+    if (result == 0 && record->header.primary_rc == network_order(wire::rc_conv_failure_retry) && runtime.pumping == 0)
+    {
+        pump();
+    }
+    return result;
 }
 
 u16 issue(VERB_RECORD *record, appc_completion *routine, u32 user_word)

@@ -129,6 +129,16 @@ void delist(runtime_waiter &waiter)
     }
 }
 
+// A thread that finds input of its own goes on at once. Where all threads always do, the end of the broker would stay
+// unnoticed: so often, in nanoseconds, one of them looks at what else is due.
+constexpr std::int64_t look_at_least = 100000000;
+std::int64_t last_look;
+
+bool look_is_due()
+{
+    return sys_monotonic() - last_look >= look_at_least;
+}
+
 // A waiter that no eventfd was to be had for looks again this often, in milliseconds.
 constexpr int blind_wait = 50;
 
@@ -156,7 +166,7 @@ short runtime_wait(runtime_waiter &waiter, int fd, short events, int timeout_ms)
     lock_take();
     waiter.waiting = false;
     // With its own descriptor ready the thread goes on at once; what else is due can wait for the next who waits.
-    if (ready > 0 && watched[0].revents == 0 && watched[1].revents != 0)
+    if (ready > 0 && watched[1].revents != 0 && (watched[0].revents == 0 || look_is_due()))
     {
         pump();
     }
@@ -225,12 +235,13 @@ ssize_t runtime_receive(runtime_waiter &waiter, int fd, msghdr *message)
     delist(waiter);
     waiter.receiving = false;
     waiter.kicked = false;
-    if (got < 0 && (error == EAGAIN || error == EINTR))
+    const bool nothing = got < 0 && (error == EAGAIN || error == EINTR);
+    if (runtime.epoll >= 0 && (nothing || look_is_due()))
     {
-        if (runtime.epoll >= 0)
-        {
-            pump();
-        }
+        pump();
+    }
+    if (nothing)
+    {
         errno = EAGAIN;
         return -1;
     }
@@ -328,6 +339,7 @@ void pump()
     // One event at a time: a completion routine may wait and let another thread deliver, so nothing that was taken
     // out of the set may lie about meanwhile. The bound keeps one waiting thread from working for all others for ever.
     runtime.pumping++;
+    last_look = sys_monotonic();
     for (int round = 0; round < 256 && runtime.epoll >= 0; round++)
     {
         epoll_event event;
