@@ -45,11 +45,27 @@ void show_event(const char *event, const json &row, bool as_json)
         std::cout << line.dump() << std::endl;
         return;
     }
-    auto pid = [](const json &value) { return value.is_null() ? std::string("-") : value.dump(); };
+    auto number = [](const json &value) { return value.is_null() ? std::string("-") : value.dump(); };
+    auto text = [](const json &value) { return value.is_string() ? value.get<std::string>() : std::string("-"); };
     std::cout << time_of_day() << "  " << event << "  conversation " << row["number"].dump() << "  "
-              << row["from_lu"].get<std::string>() << " (process " << pid(row["from_pid"]) << ") -> "
+              << row["from_lu"].get<std::string>() << " (process " << number(row["from_pid"]) << ") -> "
               << row["to_lu"].get<std::string>() << " " << row["tp_name"].get<std::string>() << " (process "
-              << pid(row["to_pid"]) << ")  " << row["state"].get<std::string>() << std::endl;
+              << number(row["to_pid"]) << ")  " << row["state"].get<std::string>() << " for "
+              << row["age_seconds"].dump() << " s  " << text(row["from_state"]) << " " << number(row["from_bytes"])
+              << " bytes -> " << text(row["to_state"]) << " " << number(row["to_bytes"]) << " bytes" << std::endl;
+}
+
+// True when a conversation has moved data or changed its LU 6.2 state.
+bool moved(const json &before, const json &now)
+{
+    for (const char *what : {"from_state", "to_state", "from_bytes", "to_bytes"})
+    {
+        if (before[what] != now[what])
+        {
+            return true;
+        }
+    }
+    return false;
 }
 
 // Reads whole lines from where a stream stands.
@@ -110,6 +126,10 @@ int monitor(const setting &where, double seconds)
             else if (before->second["state"] != row["state"])
             {
                 show_event("changed", row, where.json);
+            }
+            else if (moved(before->second, row))
+            {
+                show_event("moved  ", row, where.json);
             }
             now[number] = std::move(row);
         }

@@ -297,8 +297,23 @@ json show_startable(desk &node)
     return rows;
 }
 
-json session_row(desk &node, const session &s)
+// Bytes that one end has sent, as it counts them, else as the other end has received them.
+json bytes_sent(const wire::conversation_counters *end, const wire::conversation_counters *other)
 {
+    return end != nullptr ? json(end->sent) : other != nullptr ? json(other->received) : json(nullptr);
+}
+
+json session_row(desk &node, const session &s, const counted_ends &counted)
+{
+    auto end_of = [&](bool allocating) {
+        auto found = counted.find({s.id, allocating});
+        return found == counted.end() ? nullptr : &found->second;
+    };
+    auto state_of = [](const wire::conversation_counters *end) {
+        return end == nullptr ? json(nullptr) : json(conversation_state_text(end->state));
+    };
+    const wire::conversation_counters *from = end_of(true);
+    const wire::conversation_counters *to = end_of(false);
     return {{"number", s.id},
             {"state", state_text(s.state)},
             {"tp_name", tp_name_text(s.tp_name)},
@@ -309,17 +324,22 @@ json session_row(desk &node, const session &s)
             {"sync_level", s.sync_level == 0 ? "none" : "confirm"},
             {"from_pid", s.allocator_pid},
             {"to_pid", s.acceptor_pid == 0 ? json(nullptr) : json(s.acceptor_pid)},
+            {"from_state", state_of(from)},
+            {"to_state", state_of(to)},
+            {"from_bytes", bytes_sent(from, to)},
+            {"to_bytes", bytes_sent(to, from)},
             {"age_seconds", seconds(node.now() - s.since)}};
 }
 
 json show_conversations(desk &node, bool queued_only)
 {
     json rows = json::array();
+    const counted_ends counted = node.counted();
     for (const auto &[id, s] : node.books().sessions())
     {
         if (!queued_only || s.state == session_state::queued || s.state == session_state::checking)
         {
-            rows.push_back(session_row(node, s));
+            rows.push_back(session_row(node, s, counted));
         }
     }
     return rows;

@@ -1,6 +1,7 @@
 // control.hpp - the operator's commands, answered from what the exchange knows. Called by the server in its one thread.
 #pragma once
 
+#include "broker/counters.hpp"
 #include "broker/exchange.hpp"
 
 #include <string>
@@ -12,6 +13,7 @@ struct desk
 {
     virtual ~desk() = default;
     virtual const exchange &books() const = 0;
+    virtual counted_ends counted() const = 0; // what the programs have counted up to now
     virtual wire::control_page &page() = 0;
     virtual const std::string &directory() const = 0;
     virtual const std::string &config_file() const = 0; // "": the built-in default

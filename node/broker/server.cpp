@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <pwd.h>
 #include <sys/epoll.h>
 #include <sys/signalfd.h>
 #include <sys/socket.h>
@@ -22,18 +21,6 @@ namespace {
 constexpr std::size_t max_queued_bytes = 4u << 20; // for one connection that does not read
 constexpr std::size_t max_answer = 64u << 20;      // of an operator's command
 constexpr int messages_at_once = 16;               // of one connection before others have their turn
-
-std::string name_of_user(uid_t uid)
-{
-    char buffer[4096];
-    passwd entry;
-    passwd *found = nullptr;
-    if (getpwuid_r(uid, &entry, buffer, sizeof buffer, &found) == 0 && found != nullptr)
-    {
-        return found->pw_name;
-    }
-    return std::to_string(uid);
-}
 
 std::uint64_t epoll_word(std::uint32_t what, std::uint32_t number)
 {
@@ -210,39 +197,6 @@ void server::run()
     }
 }
 
-bool server::accept_one(int fd)
-{
-    ucred who;
-    socklen_t size = sizeof who;
-    bool good = getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &who, &size) == 0;
-    peer identity{good ? who.uid : 0, good ? who.pid : 0, good ? name_of_user(who.uid) : ""};
-    const auto &allowed = exchange_.settings().allowed_users;
-    bool owner = good && (who.uid == geteuid() || who.uid == 0);
-    if (!good || (!owner && std::find(allowed.begin(), allowed.end(), identity.user) == allowed.end()))
-    {
-        log_line("refused a connection of user " + identity.user + ", who is not allowed here");
-        return false;
-    }
-    do
-    {
-        ++last_connection_;
-    } while (last_connection_ == 0 || links_.contains(last_connection_));
-    connection_id id = last_connection_;
-    if (!exchange_.connected(id, identity, now()))
-    {
-        log_line("refused a connection of process " + std::to_string(who.pid) + ": it or its user has too many");
-        return false;
-    }
-    link &added = links_[id];
-    added.fd = fd;
-    added.may_change = owner;
-    if (!watch(fd, watched::connection, id, EPOLLIN))
-    {
-        close_connection(id, "the system cannot watch it");
-    }
-    return true;
-}
-
 void server::read_connection(connection_id id)
 {
     auto found = links_.find(id);
@@ -252,13 +206,16 @@ void server::read_connection(connection_id id)
     }
     for (int i = 0; i < messages_at_once && !found->second.closing; ++i)
     {
-        // No room for control data: descriptors that somebody sends are dropped by the system, and their sender is
-        // found out by the flag.
+        // Room for one descriptor, and not for the two that the padding of the record would take: more are dropped by
+        // the system, and their sender is found out by the flag.
         iovec place{buffer_.data(), buffer_.size()};
+        alignas(cmsghdr) char room[CMSG_SPACE(sizeof(int))]{};
         msghdr message{};
         message.msg_iov = &place;
         message.msg_iovlen = 1;
-        ssize_t size = recvmsg(found->second.fd, &message, MSG_DONTWAIT);
+        message.msg_control = room;
+        message.msg_controllen = CMSG_LEN(sizeof(int));
+        ssize_t size = recvmsg(found->second.fd, &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
         if (size < 0 && errno == EINTR)
         {
             continue;
@@ -267,19 +224,51 @@ void server::read_connection(connection_id id)
         {
             return;
         }
+        int descriptor = -1;
+        cmsghdr *part = size < 0 ? nullptr : CMSG_FIRSTHDR(&message);
+        if (part != nullptr && part->cmsg_level == SOL_SOCKET && part->cmsg_type == SCM_RIGHTS &&
+            part->cmsg_len >= CMSG_LEN(sizeof(int)))
+        {
+            std::memcpy(&descriptor, CMSG_DATA(part), sizeof descriptor);
+        }
+        // The one descriptor of a greeting may also be cut off because the broker has none left for it.
+        bool greets = !exchange_.connections().at(id).greeted;
+        bool surplus = (message.msg_flags & MSG_CTRUNC) != 0 && (descriptor >= 0 || !greets);
         if (size <= 0)
         {
             close_connection(id, "");
         }
-        else if ((message.msg_flags & (MSG_TRUNC | MSG_CTRUNC)) != 0)
+        else if ((message.msg_flags & MSG_TRUNC) != 0 || surplus || (descriptor >= 0 && !greets))
         {
             close_connection(id, "it has sent more than a message");
         }
+        else if (descriptor >= 0 && !counter_view::proper(descriptor))
+        {
+            close_connection(id, "its table of counters is none");
+        }
         else
         {
+            if (descriptor >= 0)
+            {
+                found->second.counters.open(descriptor); // with no room for it the program goes uncounted
+            }
             exchange_.message(id, std::span(buffer_.data(), static_cast<std::size_t>(size)), now());
         }
+        if (descriptor >= 0)
+        {
+            close(descriptor);
+        }
     }
+}
+
+counted_ends server::counted() const
+{
+    counted_ends ends;
+    for (const auto &[id, connection] : links_)
+    {
+        add_counted(ends, exchange_, id, connection.counters.read());
+    }
+    return ends;
 }
 
 void server::close_connection(connection_id id, const char *reason)

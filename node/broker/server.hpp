@@ -3,6 +3,7 @@
 #pragma once
 
 #include "broker/control.hpp"
+#include "broker/counters.hpp"
 #include "broker/exchange.hpp"
 #include "broker/page.hpp"
 #include "broker/passwords.hpp"
@@ -67,6 +68,7 @@ private:
         bool watching_output = false;
         bool closing = false;
         bool may_change = false;
+        counter_view counters; // what its program counts
     };
 
     struct held_session
@@ -97,6 +99,7 @@ private:
     // desk
     const exchange &books() const override { return exchange_; }
     wire::control_page &page() override { return *page_.content(); }
+    counted_ends counted() const override;
     const std::string &directory() const override { return options_.directory; }
     const std::string &config_file() const override { return options_.config_file; }
     milliseconds uptime() const override { return now() - started_; }

@@ -3,9 +3,11 @@
 // socket's path belongs to us.
 #include "broker/server.hpp"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <pwd.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -17,6 +19,18 @@ namespace broker {
 namespace {
 
 constexpr int connections_at_once = 64; // accepted before others have their turn
+
+std::string name_of_user(uid_t uid)
+{
+    char buffer[4096];
+    passwd entry;
+    passwd *found = nullptr;
+    if (getpwuid_r(uid, &entry, buffer, sizeof buffer, &found) == 0 && found != nullptr)
+    {
+        return found->pw_name;
+    }
+    return std::to_string(uid);
+}
 
 } // namespace
 
@@ -56,6 +70,39 @@ bool server::open_listener(std::string &trouble)
         return false;
     }
     own_socket_ = true;
+    return true;
+}
+
+bool server::accept_one(int fd)
+{
+    ucred who;
+    socklen_t size = sizeof who;
+    bool good = getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &who, &size) == 0;
+    peer identity{good ? who.uid : 0, good ? who.pid : 0, good ? name_of_user(who.uid) : ""};
+    const auto &allowed = exchange_.settings().allowed_users;
+    bool owner = good && (who.uid == geteuid() || who.uid == 0);
+    if (!good || (!owner && std::find(allowed.begin(), allowed.end(), identity.user) == allowed.end()))
+    {
+        log_line("refused a connection of user " + identity.user + ", who is not allowed here");
+        return false;
+    }
+    do
+    {
+        ++last_connection_;
+    } while (last_connection_ == 0 || links_.contains(last_connection_));
+    connection_id id = last_connection_;
+    if (!exchange_.connected(id, identity, now()))
+    {
+        log_line("refused a connection of process " + std::to_string(who.pid) + ": it or its user has too many");
+        return false;
+    }
+    link &added = links_[id];
+    added.fd = fd;
+    added.may_change = owner;
+    if (!watch(fd, watched::connection, id, EPOLLIN))
+    {
+        close_connection(id, "the system cannot watch it");
+    }
     return true;
 }
 

@@ -34,6 +34,15 @@ void conversation_set_id(conversation *conv, u32 conv_id)
     conv->conv_id = conv_id;
 }
 
+void conversation_count(conversation *conv, wire::conversation_counters *slot)
+{
+    *slot = {};
+    slot->state = static_cast<u8>(conv->engine.now);
+    slot->allocating = conv->engine.allocating ? 1 : 0;
+    slot->session = conv->session;
+    conv->counters = slot;
+}
+
 u32 conversation_id(const conversation *conv)
 {
     return conv->conv_id;
@@ -172,6 +181,10 @@ void conversation_ready(conversation *conv)
 
 void conversation_over(conversation *conv)
 {
+    if (conv->counters != nullptr)
+    {
+        conv->counters->session = 0;
+    }
     runtime_conversation_over(conv);
     conversation_close(conv);
     sys_free(conv);

@@ -7,6 +7,7 @@
 #pragma once
 
 #include "node_verbs.h"
+#include "wire/broker.hpp"
 
 namespace client {
 
@@ -27,6 +28,10 @@ struct conversation_origin
 // Makes a conversation and takes over the descriptor. Null: no memory, and the descriptor is still the caller's.
 conversation *conversation_make(const conversation_origin &origin);
 void conversation_set_id(conversation *conv, u32 conv_id);
+
+// From now on the conversation keeps this slot up to date, and frees it when it is over; conversation_drop() leaves it
+// alone. The slot has to last as long as the conversation.
+void conversation_count(conversation *conv, wire::conversation_counters *slot);
 
 u32 conversation_id(const conversation *conv);
 u32 conversation_session(const conversation *conv);

@@ -56,6 +56,7 @@ struct conversation
     int fd;
     u32 conv_id;
     u32 session;
+    wire::conversation_counters *counters; // null: nobody counts
     u8 tp_id[8];
 
     bool attach_due;  // the ATTACH has not been put before anything yet

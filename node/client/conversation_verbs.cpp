@@ -348,6 +348,10 @@ void receive_complete(conversation *conv)
     VERB_RECEIVE &verb = conv->record->receive;
     const lu62::receiving &receiving = conv->receiving;
 
+    if (conv->counters != nullptr)
+    {
+        conv->counters->received += receiving.got;
+    }
     conv->result = receiving.result;
     verb.what_received = receiving.what;
     verb.length = static_cast<u16>(receiving.got);
@@ -400,6 +404,20 @@ void store_rts(conversation *conv, VERB_RECORD *record)
     }
 }
 
+// The counters after a verb; what a receive has got is counted already.
+void count_verb(conversation *conv, const lu62::outcome &result)
+{
+    if (conv->counters == nullptr)
+    {
+        return;
+    }
+    if (conv->record->header.opcode == NAP_SEND_DATA && result.primary == wire::rc_ok)
+    {
+        conv->counters->sent += conv->record->send.length;
+    }
+    conv->counters->state = static_cast<u8>(conv->engine.now);
+}
+
 } // namespace
 
 bool verb_quick_send(conversation *conv, VERB_RECORD *record)
@@ -414,6 +432,10 @@ bool verb_quick_send(conversation *conv, VERB_RECORD *record)
         return false;
     }
     gather(conv, verb.buffer, verb.length);
+    if (conv->counters != nullptr)
+    {
+        conv->counters->sent += verb.length; // the state is what it was
+    }
     record->send.rts_received = lu62::take_rts(conv->engine) ? 1 : 0;
     runtime_set_rc(record, wire::rc_ok, 0);
     return true;
@@ -503,6 +525,7 @@ void verb_complete(conversation *conv)
     const lu62::outcome result = conv->stop != 0 ? lu62::outcome{conv->stop, 0} : conv->result;
 
     store_rts(conv, record);
+    count_verb(conv, result);
     conv->record = nullptr;
     conv->routine = nullptr;
     conv->at = phase::none;

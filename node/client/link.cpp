@@ -1,6 +1,7 @@
 // link.cpp - the connection to the broker.
 #include "client/link.hpp"
 
+#include "client/counters.hpp"
 #include "client/export.hpp"
 #include "client/problems.hpp"
 #include "client/start.hpp"
@@ -166,8 +167,8 @@ ssize_t receive(int socket, void *buffer, std::size_t room, int &fd)
 // The greeting gets this many milliseconds.
 constexpr int greeting_patience = 10000;
 
-// Says hello and reads the welcome with its control page. The state of the link is set only when all is well.
-bool greet(int socket)
+// Sends the greeting with the table of counters, or without one when there is none or the system does not take it.
+bool say_hello(int socket, int table)
 {
     wire::hello hello = {};
     hello.head = {static_cast<std::uint16_t>(wire::message_kind::hello), 0, sizeof hello, 1};
@@ -177,7 +178,31 @@ bool greet(int socket)
     msghdr header = {};
     header.msg_iov = &piece;
     header.msg_iovlen = 1;
-    if (sys_sendmsg(socket, &header, 0) != static_cast<ssize_t>(sizeof hello))
+    alignas(cmsghdr) unsigned char control[CMSG_SPACE(sizeof table)] = {};
+    if (table >= 0)
+    {
+        header.msg_control = control;
+        header.msg_controllen = sizeof control;
+        cmsghdr *rights = CMSG_FIRSTHDR(&header);
+        rights->cmsg_level = SOL_SOCKET;
+        rights->cmsg_type = SCM_RIGHTS;
+        rights->cmsg_len = CMSG_LEN(sizeof table);
+        std::memcpy(CMSG_DATA(rights), &table, sizeof table);
+    }
+    bool sent = sys_sendmsg(socket, &header, 0) == static_cast<ssize_t>(sizeof hello);
+    if (!sent && table >= 0)
+    {
+        header.msg_control = nullptr;
+        header.msg_controllen = 0;
+        sent = sys_sendmsg(socket, &header, 0) == static_cast<ssize_t>(sizeof hello);
+    }
+    return sent;
+}
+
+// Says hello and reads the welcome with its control page. The state of the link is set only when all is well.
+bool greet(int socket, int table)
+{
+    if (!say_hello(socket, table))
     {
         return false;
     }
@@ -235,7 +260,17 @@ bool link_open()
         {
             return false;
         }
-        if (greet(socket))
+        int table = counters_open();
+        bool greeted = greet(socket, table);
+        if (table >= 0)
+        {
+            sys_close(table);
+            if (!greeted)
+            {
+                counters_close();
+            }
+        }
+        if (greeted)
         {
             runtime.epoll = sys_epoll_create();
             if (runtime.epoll < 0)
@@ -243,6 +278,7 @@ bool link_open()
                 report_problem(problem_no_connection, errno, "the system gives no epoll set: ", std::strerror(errno));
                 broker.fd = socket;
                 link_close();
+                counters_close();
                 return false;
             }
             broker.fd = socket;

@@ -6,6 +6,7 @@
 #include "client/path.hpp"
 
 #include "client/conversation.hpp"
+#include "client/counters.hpp"
 #include "client/export.hpp"
 #include "client/link.hpp"
 #include "client/problems.hpp"
@@ -41,6 +42,7 @@ void forget_everything()
         conversation_drop(static_cast<conversation *>(table_find(runtime.conversations, id)));
     }
     table_end(runtime.conversations);
+    counters_close();
     tps_forget();
     table_end(runtime.requests);
 }
@@ -162,6 +164,7 @@ CPICNODE_EXPORT void vpm_terminate_path_user(u32 user)
     if (!any_user() && runtime.conversations.used == 0 && runtime.requests.used == 0 && !runtime.path_due)
     {
         link_close();
+        counters_close();
         tps_forget();
     }
 }

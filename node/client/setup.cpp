@@ -6,6 +6,7 @@
 #include "client/setup.hpp"
 
 #include "client/conversation.hpp"
+#include "client/counters.hpp"
 #include "client/link.hpp"
 #include "client/system.hpp"
 #include "client/tp.hpp"
@@ -146,6 +147,10 @@ u32 conversation_begin(conversation_origin &origin, tp *owner)
         return 0;
     }
     conversation_set_id(conv, id);
+    if (wire::conversation_counters *slot = counters_slot(id))
+    {
+        conversation_count(conv, slot);
+    }
     owner->conversations++;
     return id;
 }

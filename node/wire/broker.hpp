@@ -7,7 +7,7 @@
 // correlation 0 and no reply. A message that does not pass message_check() ends its connection.
 //
 //   program                       broker
-//   hello               ------->
+//   hello               ------->                 + descriptor of the table of counters, if the program has one
 //                       <-------  welcome        + descriptor of the control page
 //   find_lu             ------->                 lu_found
 //   add_name            ------->                 done
@@ -120,6 +120,29 @@ struct hello
     std::uint32_t version; // protocol_version
     std::uint32_t zero;
     char program[64]; // file name of the program, zero-terminated
+    // a descriptor may follow: a counter_table. No other message of a program brings one.
+};
+
+// What a program counts of its conversations, for the operator: memory of its own (memfd, sealed against shrinking) that
+// the broker maps read-only. The program writes a slot at the end of each verb, with plain stores and no word to the
+// broker, which looks when somebody asks and believes nothing of it.
+struct conversation_counters
+{
+    std::uint32_t session;   // 0: the slot is free
+    std::uint8_t state;      // LU 6.2 state as GET_STATE returns it
+    std::uint8_t allocating; // 1: the end that allocated; a program that talks to itself has two slots of one session
+    std::uint8_t zero[2];
+    std::uint64_t sent;      // bytes of data that verbs have sent, logical record lengths included
+    std::uint64_t received;
+    std::uint8_t zero2[8];
+};
+
+inline constexpr std::uint32_t counter_slots = 4095; // conversations beyond these are not counted
+struct counter_table
+{
+    std::uint32_t used; // slots from the first to the last that has ever been used
+    std::uint8_t zero[28];
+    conversation_counters slots[counter_slots];
 };
 
 struct welcome

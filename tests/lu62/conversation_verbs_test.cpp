@@ -27,6 +27,52 @@ TEST_F(Verbs, NothingTravelsBeforeTheFirstFlush)
     EXPECT_EQ(t.b->state(), 2);
 }
 
+// What an operator sees: states and bytes as the verbs leave them, also those of a send that only joins what is gathered.
+TEST_F(Verbs, CountersFollowEveryVerb)
+{
+    wire::conversation_counters from{9, 9, 9, {}, 9, 9, {}};
+    wire::conversation_counters to{};
+    two_programs t(true, false);
+    lock();
+    client::conversation_count(t.a->conv, &from);
+    client::conversation_count(t.b->conv, &to);
+    unlock();
+    EXPECT_EQ(from.session, 7u);
+    EXPECT_EQ(from.allocating, 1);
+    EXPECT_EQ(from.state, 1);
+    EXPECT_EQ(from.sent, 0u);
+    EXPECT_EQ(from.received, 0u);
+    EXPECT_EQ(to.allocating, 0);
+    EXPECT_EQ(to.state, 2);
+
+    ASSERT_EQ(t.a->send("12345"), 0);
+    EXPECT_EQ(from.sent, 5u);
+    ASSERT_EQ(t.a->send("678"), 0);
+    EXPECT_EQ(from.sent, 8u);
+    EXPECT_NE(t.b->send("not now"), 0); // a state check
+    EXPECT_EQ(to.sent, 0u);
+    ASSERT_EQ(t.a->prepare(0), 0);
+    EXPECT_EQ(from.state, 2);
+    t.take_attach();
+    ASSERT_EQ(t.b->receive(3), 0); // part of a record
+    EXPECT_EQ(to.received, 3u);
+    EXPECT_EQ(to.state, 2);
+    ASSERT_EQ(t.b->receive(100), 0);
+    ASSERT_EQ(t.b->receive(100), 0);
+    EXPECT_EQ(to.received, 8u);
+    if (to.state == 2)
+    {
+        ASSERT_EQ(t.b->receive(100), 0); // the turn alone
+    }
+    EXPECT_NE(to.state, 2);
+    EXPECT_EQ(to.received, 8u);
+    ASSERT_EQ(t.b->deallocate(0), 0);
+    EXPECT_EQ(to.session, 0u) << "over: the slot is free";
+    EXPECT_EQ(from.session, 7u);
+    t.a->cancel();
+    EXPECT_EQ(from.session, 0u);
+}
+
 TEST_F(Verbs, EverySendType)
 {
     for (u8 type = 0; type < 8; type++)
