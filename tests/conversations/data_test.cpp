@@ -24,6 +24,29 @@ TEST(Data, every_record_arrives_as_it_was_sent)
     }
 }
 
+// The operator sees both ends of a conversation: states, and bytes as the programs count them.
+TEST(Data, the_operator_sees_states_and_bytes)
+{
+    node home;
+    tp server(home), client(home);
+    converse(client, server); // 5 bytes
+    ASSERT_EQ(client("cmsend 0 30000 7").rc, 0);
+    ASSERT_EQ(client("cmsend 0 200 7").rc, 0); // gathered, the turn not given
+    const finished halfway = home.control({"show", "conversations", "--json"});
+    EXPECT_NE(halfway.output.find("\"from_state\": \"send\""), std::string::npos) << halfway.output;
+    EXPECT_NE(halfway.output.find("\"to_state\": \"receive\""), std::string::npos) << halfway.output;
+    EXPECT_NE(halfway.output.find("\"from_bytes\": 30205"), std::string::npos) << halfway.output;
+    EXPECT_NE(halfway.output.find("\"to_bytes\": 0"), std::string::npos) << halfway.output;
+    ASSERT_EQ(client("cmptr 0").rc, 0);
+    for (int i = 0; i < 2; ++i) // the turn comes with the second
+        ASSERT_EQ(server("cmrcv 0 32767").rc, 0);
+    ASSERT_EQ(server("cmtext 0 answer").rc, 0);
+    const finished turned = home.control({"show", "conversations", "--json"});
+    EXPECT_NE(turned.output.find("\"from_state\": \"receive\""), std::string::npos) << turned.output;
+    EXPECT_NE(turned.output.find("\"to_state\": \"send\""), std::string::npos) << turned.output;
+    EXPECT_NE(turned.output.find("\"to_bytes\": 6"), std::string::npos) << turned.output;
+}
+
 TEST(Data, an_empty_record_is_a_record)
 {
     node home;
