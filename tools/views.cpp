@@ -9,6 +9,7 @@
 #include <ctime>
 #include <deque>
 #include <fstream>
+#include <iomanip>
 #include <iostream>
 #include <map>
 #include <nlohmann/json.hpp>
@@ -47,7 +48,7 @@ void show_event(const char *event, const json &row, bool as_json)
     }
     auto number = [](const json &value) { return value.is_null() ? std::string("-") : value.dump(); };
     auto text = [](const json &value) { return value.is_string() ? value.get<std::string>() : std::string("-"); };
-    std::cout << time_of_day() << "  " << event << "  conversation " << row["number"].dump() << "  "
+    std::cout << time_of_day() << "  " << std::left << std::setw(7) << event << "  conversation " << row["number"].dump() << "  "
               << row["from_lu"].get<std::string>() << " (process " << number(row["from_pid"]) << ") -> "
               << row["to_lu"].get<std::string>() << " " << row["tp_name"].get<std::string>() << " (process "
               << number(row["to_pid"]) << ")  " << row["state"].get<std::string>() << " for "
@@ -121,7 +122,7 @@ int monitor(const setting &where, double seconds)
             auto before = known.find(number);
             if (before == known.end())
             {
-                show_event("new    ", row, where.json);
+                show_event("new", row, where.json);
             }
             else if (before->second["state"] != row["state"])
             {
@@ -129,7 +130,7 @@ int monitor(const setting &where, double seconds)
             }
             else if (moved(before->second, row))
             {
-                show_event("moved  ", row, where.json);
+                show_event("moved", row, where.json);
             }
             now[number] = std::move(row);
         }
@@ -137,7 +138,7 @@ int monitor(const setting &where, double seconds)
         {
             if (!now.contains(number))
             {
-                show_event("ended  ", row, where.json);
+                show_event("ended", row, where.json);
             }
         }
         known.swap(now);

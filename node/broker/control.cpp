@@ -469,6 +469,7 @@ control_answer answer_command(desk &node, const std::string &command, bool as_js
         return {good, as_json ? document_text(answer) : reload_text(answer)};
     }
     switch_bit(node.page(), known->byte, known->bit, known->set);
+    node.page_switched();
     return facts({{"api_trace", trace_on(node.page())}, {"audit", audit_on(node.page())}});
 }
 

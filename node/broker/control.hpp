@@ -15,6 +15,7 @@ struct desk
     virtual const exchange &books() const = 0;
     virtual counted_ends counted() const = 0; // what the programs have counted up to now
     virtual wire::control_page &page() = 0;
+    virtual void page_switched() = 0; // trace or audit has been switched in the page
     virtual const std::string &directory() const = 0;
     virtual const std::string &config_file() const = 0; // "": the built-in default
     virtual milliseconds uptime() const = 0;

@@ -1,6 +1,8 @@
 // page.cpp - makes the control page.
 #include "broker/page.hpp"
 
+#include "wire/directory.hpp"
+
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
@@ -11,6 +13,10 @@ namespace broker {
 
 control_page_file::~control_page_file()
 {
+    if (!mark_.empty())
+    {
+        unlink(mark_.c_str());
+    }
     if (content_ != nullptr)
     {
         munmap(content_, wire::control_page_size);
@@ -21,7 +27,7 @@ control_page_file::~control_page_file()
     }
 }
 
-bool control_page_file::open()
+bool control_page_file::open(const std::string &directory)
 {
     int fd = memfd_create("cpicnode control page", MFD_CLOEXEC | MFD_ALLOW_SEALING);
     if (fd < 0)
@@ -41,6 +47,7 @@ bool control_page_file::open()
         return false;
     }
     content_ = static_cast<wire::control_page *>(mapped);
+    mark_ = directory + "/" + wire::trace_mark;
     // Kernels before 5.1 do not have F_SEAL_FUTURE_WRITE; the read-only descriptor has to do there.
     int size_seals = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL;
     if (fcntl(fd, F_ADD_SEALS, size_seals | F_SEAL_FUTURE_WRITE) != 0)
@@ -57,6 +64,20 @@ bool control_page_file::open()
     }
     close(fd);
     return true;
+}
+
+void control_page_file::mark_trace() const
+{
+    if ((content_->trace_control[wire::trace_byte] & wire::trace_bit) == 0)
+    {
+        unlink(mark_.c_str());
+        return;
+    }
+    int mark = ::open(mark_.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (mark >= 0)
+    {
+        close(mark);
+    }
 }
 
 } // namespace broker

@@ -118,7 +118,7 @@ bool server::open(std::string &trouble)
     epoll_ = epoll_create1(EPOLL_CLOEXEC);
     signals_ = signalfd(-1, &taken, SFD_CLOEXEC | SFD_NONBLOCK);
     spare_ = dup(epoll_);
-    if (epoll_ < 0 || signals_ < 0 || spare_ < 0 || !passwords_.open() || !page_.open() ||
+    if (epoll_ < 0 || signals_ < 0 || spare_ < 0 || !passwords_.open() || !page_.open(options_.directory) ||
         !watch(signals_, watched::signals, 0, EPOLLIN) ||
         !watch(passwords_.descriptor(), watched::passwords, 0, EPOLLIN))
     {
@@ -131,6 +131,7 @@ bool server::open(std::string &trouble)
     shared.config_generation = 1;
     shared.trace_control[wire::trace_byte] = exchange_.settings().trace ? wire::trace_bit : 0;
     shared.trace_control[wire::audit_byte] = exchange_.settings().audit ? 0 : wire::audit_off_bit;
+    page_.mark_trace(); // also takes away what a broker that was killed has left
     return open_listener(trouble);
 }
 

@@ -99,6 +99,7 @@ private:
     // desk
     const exchange &books() const override { return exchange_; }
     wire::control_page &page() override { return *page_.content(); }
+    void page_switched() override { page_.mark_trace(); }
     counted_ends counted() const override;
     const std::string &directory() const override { return options_.directory; }
     const std::string &config_file() const override { return options_.config_file; }

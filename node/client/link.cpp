@@ -6,8 +6,10 @@
 #include "client/problems.hpp"
 #include "client/start.hpp"
 #include "client/system.hpp"
+#include "wire/directory.hpp"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <new>
 #include <unistd.h>
@@ -20,6 +22,9 @@ namespace {
 
 // What the trace-control pointer shows while there is no broker: nothing is on.
 unsigned char nothing_on[PTRC_SIZE];
+
+// What it points to when a running node has the trace on and this program has not connected yet.
+unsigned char trace_awaits[PTRC_SIZE] = {PTRC_API_BIT};
 
 // The longest message that the broker sends to a program fits; a longer one is none of ours.
 constexpr std::size_t longest_reply = 512;
@@ -292,6 +297,24 @@ bool link_open()
     }
     report_problem(problem_no_connection, 0, "the broker does not answer the greeting as it should", "");
     return false;
+}
+
+void link_trace_before_open()
+{
+    char path[wire::max_directory + 1 + sizeof wire::trace_mark];
+    char directory[wire::max_directory + 1];
+    struct stat found;
+
+    if (ptrc != nothing_on || !wire::node_directory(directory) ||
+        wire::directory_check(directory, false) != wire::directory_state::good)
+    {
+        return;
+    }
+    std::snprintf(path, sizeof path, "%s/%s", directory, wire::trace_mark);
+    if (sys_stat(path, &found) == 0)
+    {
+        ptrc = trace_awaits;
+    }
 }
 
 void link_close()

@@ -30,6 +30,9 @@ extern broker_link broker;
 // Connects, starting a broker when there is none, and greets it. Waits, with the lock held: nobody else can do anything
 // before the library is up. False: no broker is to be had; the problem log says why.
 bool link_open();
+
+// Before the first connection: when the node that runs has API trace on, the trace-control block says so already.
+void link_trace_before_open();
 void link_close();
 
 // Sends a request; head.correlation and head.length are filled in here. False: the path is lost, `done` is not called.

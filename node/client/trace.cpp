@@ -49,6 +49,7 @@ CPICNODE_EXPORT_DATA struct trc_api_state trc_api = {0, -1};
 CPICNODE_EXPORT void sepuapi_init(unsigned char *)
 {
     trc_api.handle = -1;
+    link_trace_before_open(); // else the first call, which connects, would have no request record
 }
 
 CPICNODE_EXPORT void trc_lock_file(struct trc_api_state *state)

@@ -3,7 +3,8 @@
 //
 // Files in a node's directory: broker.sock (the broker's socket), broker.lock (held by the broker for life),
 // start.lock (held while somebody starts a broker), broker.log, node.toml (configuration, when there is one),
-// problem.log, audit.log, cpic.trc.
+// problem.log, audit.log, cpic.trc; trace.on (there while a broker runs with API trace on: a program that has not
+// connected yet knows by it that its first call is to be traced).
 #pragma once
 
 #include <cstddef>
@@ -13,6 +14,8 @@ namespace wire {
 // A path of this many characters, terminating zero not counted, still leaves room for "/broker.sock" in a socket
 // address.
 inline constexpr std::size_t max_directory = 95;
+
+inline constexpr char trace_mark[] = "trace.on";
 
 // CPIC_NODE_DIR, else $XDG_RUNTIME_DIR/cpicnode, else /tmp/cpicnode-<uid>; an empty variable counts as not set. Zero
 // terminated; false: it is longer than max_directory, or not absolute.

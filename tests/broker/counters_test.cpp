@@ -234,10 +234,13 @@ TEST_F(counters, TheTableGoesWithItsProgram)
     start();
     table_of_program mine;
     {
-        client program(directory);
+        client without(directory);
+        without.greet(); // the broker has taken the connection
         std::size_t before = broker_descriptors();
+        client program(directory);
         greet_with(program, mine);
-        EXPECT_EQ(broker_descriptors(), before) << "the broker keeps no descriptor of it";
+        EXPECT_TRUE(wait_until([&] { return broker_descriptors() == before + 1; }))
+            << "the connection, and no descriptor of the table: " << before << " before, now " << broker_descriptors();
         EXPECT_EQ(broker_mappings(), 1u);
     }
     EXPECT_TRUE(wait_until([&] { return broker_mappings() == 0; }));

@@ -106,3 +106,20 @@ TEST(Start, a_broken_configuration_starts_no_node_and_no_call_hangs)
     EXPECT_NE(start.code, 0);
     EXPECT_NE(start.output.find("node.toml:1"), std::string::npos) << start.output;
 }
+
+// A program learns the switch of the trace when it connects, which its first call does: that call is traced all the same.
+TEST(Start, the_first_call_of_a_program_is_traced)
+{
+    node home;
+    home.start();
+    ASSERT_EQ(home.control({"trace", "on"}).code, 0);
+    tp client(home);
+    ASSERT_EQ(client("cminit 0 ECHO").rc, 0);
+    std::ifstream file(home.directory() + "/cpic.trc");
+    std::string separator, first;
+    ASSERT_TRUE(std::getline(file, separator) && std::getline(file, first));
+    EXPECT_EQ(first, "CPIC CMINIT request");
+    EXPECT_EQ(access((home.directory() + "/trace.on").c_str(), F_OK), 0);
+    ASSERT_EQ(home.control({"trace", "off"}).code, 0);
+    EXPECT_NE(access((home.directory() + "/trace.on").c_str(), F_OK), 0);
+}
