@@ -217,20 +217,32 @@ TEST_F(Waiting, AbnormalEndOfTheProgram)
 
 // ---- blocked in the receive itself -------------------------------------------------------------------------------
 
-TEST_F(Waiting, BlockedInTheReceiveGetsWhatComes)
+// Two programs that have conversed; from now on the second blocks in the receive itself.
+void begin_to_block(two_programs &t)
 {
-    two_programs t(true);
     ASSERT_EQ(t.a->send("first", 1), 0);
     t.take_attach();
     ASSERT_EQ(t.b->receive(10), 0);
     count.may_block = true;
-    const unsigned blocked = count.blocked, polls = count.polls;
-    u16 code = 0xFFFF;
-    std::thread thread([&] { code = t.b->receive(100); });
-    while (count.blocked == blocked)
+}
+
+// Waits until so many receives have blocked.
+void until_blocked(unsigned times)
+{
+    while (count.blocked < times)
     {
         std::this_thread::yield();
     }
+}
+
+TEST_F(Waiting, BlockedInTheReceiveGetsWhatComes)
+{
+    two_programs t(true);
+    ASSERT_NO_FATAL_FAILURE(begin_to_block(t));
+    const unsigned blocked = count.blocked, polls = count.polls;
+    u16 code = 0xFFFF;
+    std::thread thread([&] { code = t.b->receive(100); });
+    until_blocked(blocked + 1);
     ASSERT_EQ(t.a->send("later", 1), 0);
     thread.join();
     EXPECT_EQ(code, 0);
@@ -241,17 +253,11 @@ TEST_F(Waiting, BlockedInTheReceiveGetsWhatComes)
 TEST_F(Waiting, BlockedInTheReceiveOutlivesItsTimeLimit)
 {
     two_programs t(true);
-    ASSERT_EQ(t.a->send("first", 1), 0);
-    t.take_attach();
-    ASSERT_EQ(t.b->receive(10), 0);
-    count.may_block = true;
+    ASSERT_NO_FATAL_FAILURE(begin_to_block(t));
     const unsigned blocked = count.blocked;
     u16 code = 0xFFFF;
     std::thread thread([&] { code = t.b->receive(100); });
-    while (count.blocked < blocked + 3) // it has come back with nothing twice
-    {
-        std::this_thread::yield();
-    }
+    until_blocked(blocked + 3); // it has come back with nothing twice
     ASSERT_EQ(t.a->send("late", 1), 0);
     thread.join();
     EXPECT_EQ(code, 0);
@@ -261,17 +267,11 @@ TEST_F(Waiting, BlockedInTheReceiveOutlivesItsTimeLimit)
 TEST_F(Waiting, BlockedInTheReceiveIsCancelled)
 {
     two_programs t(true);
-    ASSERT_EQ(t.a->send("first", 1), 0);
-    t.take_attach();
-    ASSERT_EQ(t.b->receive(10), 0);
-    count.may_block = true;
+    ASSERT_NO_FATAL_FAILURE(begin_to_block(t));
     const unsigned blocked = count.blocked;
     u16 code = 0;
     std::thread thread([&] { code = t.b->receive(100); });
-    while (count.blocked == blocked)
-    {
-        std::this_thread::yield();
-    }
+    until_blocked(blocked + 1);
     t.b->cancel();
     thread.join();
     EXPECT_EQ(code, word(wire::rc_cancelled));
@@ -282,17 +282,11 @@ TEST_F(Waiting, BlockedInTheReceiveIsCancelled)
 TEST_F(Waiting, BlockedInTheReceiveSeesThePartnerGo)
 {
     two_programs t(true);
-    ASSERT_EQ(t.a->send("first", 1), 0);
-    t.take_attach();
-    ASSERT_EQ(t.b->receive(10), 0);
-    count.may_block = true;
+    ASSERT_NO_FATAL_FAILURE(begin_to_block(t));
     const unsigned blocked = count.blocked;
     u16 code = 0;
     std::thread thread([&] { code = t.b->receive(100); });
-    while (count.blocked == blocked)
-    {
-        std::this_thread::yield();
-    }
+    until_blocked(blocked + 1);
     t.a->drop();
     thread.join();
     EXPECT_EQ(code, word(wire::rc_conv_failure_retry));
@@ -302,10 +296,7 @@ TEST_F(Waiting, BlockedInTheReceiveSeesThePartnerGo)
 TEST_F(Waiting, BlockedInTheReceiveTakesLongRecords)
 {
     two_programs t(true);
-    ASSERT_EQ(t.a->send("first", 1), 0);
-    t.take_attach();
-    ASSERT_EQ(t.b->receive(10), 0);
-    count.may_block = true;
+    ASSERT_NO_FATAL_FAILURE(begin_to_block(t));
     std::thread sender([&] {
         for (unsigned i = 0; i < 50; i++)
         {
