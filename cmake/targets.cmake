@@ -24,9 +24,9 @@ function(cpic_instrument target)
     endif()
 endfunction()
 
-# Compile options of code loaded into a transaction program; also for the object libraries it is made of.
-# Code that ends up in a library is optimised as a whole: the frame, the verbs and the engine are in files of their own
-# for the reader, not for the machine.
+# Compile options of code loaded into a transaction program; also for the object libraries it is made of. It is
+# optimised as a whole when it is linked: the frame, the verbs and the engine are in files of their own for the reader,
+# not for the machine.
 function(cpic_library_options target)
     target_compile_options(${target} PRIVATE -m32 -fPIC ${CPIC_WARNINGS} ${CPIC_HARDENING} -fvisibility=hidden
                            $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>)

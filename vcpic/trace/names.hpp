@@ -5,8 +5,8 @@
 #include "cpicpriv.h"
 
 // The names of one kind of value: the CPI-C value is the index. A value found in the table is written with "CM_" before
-// its name, a placeholder of the table as much as any; a value beyond the table is written as the fallback alone.
-// Readers of traces tell the two apart by that.
+// its name, also where the table holds no more than a "***UNKNOWN ..." text; a value beyond the table is written as the
+// fallback alone. Readers of traces tell the two apart by that.
 struct name_table
 {
     const char *const *names;
