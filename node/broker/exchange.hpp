@@ -68,10 +68,19 @@ struct outside
     virtual void close_connection(connection_id connection, const char *reason) = 0;
     // Checks a password against a hash of crypt(3); verified() follows later.
     virtual void verify(session_id session, const std::string &hash, const std::string &password) = 0;
-    // Starts a program for an attach; program_ended() follows when it could not be started or has ended.
+    // Starts a program for an attach; program_ended() follows, never at once, when it has ended or could not be started.
     virtual void start_program(const program_entry &program, const std::string &local_alias) = 0;
     // A command of the operator; answered by the server.
     virtual void control(connection_id from, std::uint32_t correlation, bool json, const std::string &command) = 0;
+};
+
+// How a program that was to be started for an attach has come to its end.
+enum class program_end
+{
+    done,         // it ended by itself and says that all is well
+    failed,       // it ended with an exit code other than 0, or by a signal
+    not_now,      // the system was too short of something to start it
+    cannot_start, // what the configuration names cannot be run at all
 };
 
 struct peer
@@ -161,7 +170,7 @@ public:
     void disconnected(connection_id id, milliseconds now);
     void attach(session_id id, attach_seen what, milliseconds now);
     void verified(session_id id, bool good, milliseconds now);
-    void program_ended(const std::string &tp_name, milliseconds now);
+    void program_ended(const std::string &tp_name, program_end how, milliseconds now);
     void tick(milliseconds now); // acts on every deadline that has come
 
     std::optional<milliseconds> next_deadline() const;

@@ -307,12 +307,16 @@ void exchange::on_accept(connection &from, const wire::accept &message, std::spa
     for (std::uint32_t i = 0; i < message.count; ++i)
     {
         std::string name(reinterpret_cast<const char *>(names.data()) + i * wire::tp_name_size, wire::tp_name_size);
-        if (!from.names.contains(name))
+        // A name that the program does not have is passed over: another of its threads may just have released it.
+        if (from.names.contains(name))
         {
-            answer_accept(from.id, r.correlation, wire::rc_parameter_check, wire::rc_bad_tp_name);
-            return;
+            r.tp_names.push_back(std::move(name));
         }
-        r.tp_names.push_back(std::move(name));
+    }
+    if (r.tp_names.empty())
+    {
+        answer_accept(from.id, r.correlation, wire::rc_parameter_check, wire::rc_bad_tp_name);
+        return;
     }
     if (from.requests.size() + from.sessions.size() >= config_.conversations_per_process)
     {

@@ -188,11 +188,11 @@ void server::run()
             }
         }
         exchange_.tick(now());
-        std::vector<std::string> failed;
-        failed.swap(not_started_);
-        for (const std::string &tp_name : failed)
+        while (!not_started_.empty()) // what the end of one brings about may be a start that fails again
         {
-            exchange_.program_ended(tp_name, now());
+            auto [tp_name, how] = not_started_.back();
+            not_started_.pop_back();
+            exchange_.program_ended(tp_name, how, now());
         }
         reap_connections();
     }
@@ -545,13 +545,14 @@ void server::reap_children()
         }
         child ended = found->second;
         children_.erase(found);
-        if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
+        bool failed = !WIFEXITED(status) || WEXITSTATUS(status) != 0;
+        if (failed)
         {
             log_line(ended.command + " (process " + std::to_string(pid) + ") ended with " +
                      (WIFEXITED(status) ? "exit code " + std::to_string(WEXITSTATUS(status))
                                         : "signal " + std::to_string(WTERMSIG(status))));
         }
-        exchange_.program_ended(ended.tp_name, now());
+        exchange_.program_ended(ended.tp_name, failed ? program_end::failed : program_end::done, now());
     }
 }
 

@@ -140,7 +140,7 @@ private:
     std::unordered_map<connection_id, link> links_;
     std::unordered_map<session_id, held_session> held_;
     std::unordered_map<int, child> children_; // by process
-    std::vector<std::string> not_started_;    // TP names of programs that could not be started
+    std::vector<std::pair<std::string, program_end>> not_started_; // TP names of programs that could not be started
     std::vector<connection_id> closing_;
     std::vector<std::byte> buffer_;
 };

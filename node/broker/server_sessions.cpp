@@ -38,6 +38,109 @@ void set_variable(std::vector<std::string> &environment, const std::string &name
     environment.push_back(name + "=" + value);
 }
 
+// Why a program could not be started; no text: it could.
+struct start_trouble
+{
+    std::string text;
+    program_end how = program_end::cannot_start;
+};
+
+// The trouble that an error of the system is. Some pass with time; of all others the configuration has to take care.
+start_trouble trouble_of(int error)
+{
+    static constexpr int passing[] = {EAGAIN, ENOMEM, EMFILE, ENFILE, ENOSPC, EIO, ETXTBSY, EINTR};
+    bool passes = std::find(std::begin(passing), std::end(passing), error) != std::end(passing);
+    return {std::strerror(error), passes ? program_end::not_now : program_end::cannot_start};
+}
+
+// The user that a program is to run as.
+struct account
+{
+    bool other = false; // than the broker's own; the rest holds only then
+    uid_t uid = 0;
+    gid_t gid = 0;
+    std::vector<gid_t> groups;
+};
+
+start_trouble account_of(const std::string &user, account &as)
+{
+    if (user.empty())
+    {
+        return {};
+    }
+    char room[16384];
+    passwd entry;
+    passwd *found = nullptr;
+    int error = getpwnam_r(user.c_str(), &entry, room, sizeof room, &found);
+    if (found == nullptr)
+    {
+        return error != 0 && trouble_of(error).how == program_end::not_now ? trouble_of(error)
+                                                                           : start_trouble{"user " + user + " does not exist"};
+    }
+    if (found->pw_uid == geteuid())
+    {
+        return {};
+    }
+    if (geteuid() != 0)
+    {
+        return {"only a node that runs as root can start it as user " + user};
+    }
+    as.other = true;
+    as.uid = found->pw_uid;
+    as.gid = found->pw_gid;
+    int count = 256;
+    as.groups.resize(static_cast<std::size_t>(count));
+    getgrouplist(user.c_str(), as.gid, as.groups.data(), &count);
+    as.groups.resize(static_cast<std::size_t>(std::min(count, 256)));
+    return {};
+}
+
+// Starts a program in a session of its own; what goes wrong up to its first instruction comes back through a pipe.
+start_trouble launch(const std::string &command, std::vector<char *> arguments, std::vector<char *> environment,
+                     const account &as, pid_t &pid)
+{
+    int report[2];
+    if (pipe2(report, O_CLOEXEC) != 0)
+    {
+        return trouble_of(errno);
+    }
+    pid = fork();
+    if (pid == 0)
+    {
+        // Only what a forked thread may call. Standard output and error are the broker's: its log.
+        sigset_t none;
+        sigemptyset(&none);
+        sigprocmask(SIG_SETMASK, &none, nullptr);
+        std::signal(SIGPIPE, SIG_DFL);
+        setsid();
+        int null = ::open("/dev/null", O_RDONLY);
+        dup2(null, STDIN_FILENO);
+        if (!as.other ||
+            (setgroups(as.groups.size(), as.groups.data()) == 0 && setgid(as.gid) == 0 && setuid(as.uid) == 0))
+        {
+            execve(command.c_str(), arguments.data(), environment.data());
+        }
+        int error = errno;
+        [[maybe_unused]] ssize_t written = write(report[1], &error, sizeof error);
+        _exit(127);
+    }
+    int error = pid < 0 ? errno : 0;
+    close(report[1]);
+    if (pid > 0)
+    {
+        while (read(report[0], &error, sizeof error) < 0 && errno == EINTR)
+        {
+        }
+    }
+    close(report[0]);
+    if (error == 0)
+    {
+        return {};
+    }
+    pid = -1; // of a child that could not go on: it is collected like any other, but was never a program
+    return trouble_of(error);
+}
+
 } // namespace
 
 bool server::open_session(session_id id)
@@ -161,91 +264,20 @@ void server::start_program(const program_entry &program, const std::string &loca
     {
         set_variable(environment, variable, value);
     }
-    uid_t uid = geteuid();
-    gid_t gid = getegid();
-    std::vector<gid_t> groups;
-    bool other_user = false;
-    std::string trouble;
-    if (!program.user.empty())
-    {
-        char room[4096];
-        passwd entry;
-        passwd *found = nullptr;
-        if (getpwnam_r(program.user.c_str(), &entry, room, sizeof room, &found) != 0 || found == nullptr)
-        {
-            trouble = "user " + program.user + " does not exist";
-        }
-        else if (found->pw_uid != uid)
-        {
-            other_user = true;
-            uid = found->pw_uid;
-            gid = found->pw_gid;
-            int count = 256;
-            groups.resize(static_cast<std::size_t>(count));
-            getgrouplist(program.user.c_str(), gid, groups.data(), &count);
-            groups.resize(static_cast<std::size_t>(std::min(count, 256)));
-            if (geteuid() != 0)
-            {
-                trouble = "only a node that runs as root can start it as user " + program.user;
-            }
-        }
-    }
-    std::vector<char *> argv = pointers(arguments);
-    std::vector<char *> envp = pointers(environment);
-    int report[2];
-    if (trouble.empty() && pipe2(report, O_CLOEXEC) != 0)
-    {
-        trouble = std::strerror(errno);
-    }
+    account as;
+    start_trouble trouble = account_of(program.user, as);
     pid_t pid = -1;
-    if (trouble.empty())
+    if (trouble.text.empty())
     {
-        pid = fork();
-        if (pid == 0)
-        {
-            // Only what a forked thread may call. Standard output and error are the broker's: its log.
-            sigset_t none;
-            sigemptyset(&none);
-            sigprocmask(SIG_SETMASK, &none, nullptr);
-            std::signal(SIGPIPE, SIG_DFL);
-            setsid();
-            int null = ::open("/dev/null", O_RDONLY);
-            dup2(null, STDIN_FILENO);
-            if (!other_user ||
-                (setgroups(groups.size(), groups.data()) == 0 && setgid(gid) == 0 && setuid(uid) == 0))
-            {
-                execve(program.command.c_str(), argv.data(), envp.data());
-            }
-            int error = errno;
-            [[maybe_unused]] ssize_t written = write(report[1], &error, sizeof error);
-            _exit(127);
-        }
-        int error = pid < 0 ? errno : 0;
-        close(report[1]);
-        if (pid > 0)
-        {
-            while (read(report[0], &error, sizeof error) < 0 && errno == EINTR)
-            {
-            }
-        }
-        close(report[0]);
-        if (error != 0)
-        {
-            trouble = std::strerror(error);
-        }
-    }
-    if (!trouble.empty())
-    {
-        log_line("cannot start " + program.command + " for TP " + name + ": " + trouble);
+        trouble = launch(program.command, pointers(arguments), pointers(environment), as, pid);
     }
     if (pid > 0)
     {
         children_[pid] = {program.tp_name, program.command};
+        return;
     }
-    else
-    {
-        not_started_.push_back(program.tp_name);
-    }
+    log_line("cannot start " + program.command + " for TP " + name + ": " + trouble.text);
+    not_started_.emplace_back(program.tp_name, trouble.how);
 }
 
 } // namespace broker

@@ -199,7 +199,7 @@ void exchange::start_program_for(const session &s)
     world_.start_program(*program, s.way.partner);
 }
 
-void exchange::program_ended(const std::string &tp_name, milliseconds)
+void exchange::program_ended(const std::string &tp_name, program_end how, milliseconds now)
 {
     auto running = running_.find(tp_name);
     if (running == running_.end())
@@ -210,13 +210,29 @@ void exchange::program_ended(const std::string &tp_name, milliseconds)
     {
         running_.erase(running);
     }
-    // One for all that has done its work may leave attaches behind; one that never accepted would be started in vain.
     bool worked = started_and_accepted_.erase(tp_name) != 0;
     auto queue = queues_.find(tp_name);
+    if (queue == queues_.end() || running_.contains(tp_name))
+    {
+        return;
+    }
     const program_entry *program = config_.find_program(tp_name);
-    if (worked && queue != queues_.end() && program != nullptr && program->one_for_all)
+    if (worked && program != nullptr && program->one_for_all)
     {
         start_program_for(sessions_.at(queue->second.begin()->second));
+        return;
+    }
+    // One that never accepted would be started in vain. It may have left the accepting to a process of its own that is on
+    // its way; one that failed has not, and unless somebody else serves the name its clients need not wait in vain too.
+    if (how == program_end::done || names_.contains(tp_name))
+    {
+        return;
+    }
+    std::uint32_t sense = how == program_end::cannot_start ? wire::sense_tp_not_available_no_retry
+                                                           : wire::sense_tp_not_available_retry;
+    for (auto left = queues_.find(tp_name); left != queues_.end(); left = queues_.find(tp_name))
+    {
+        refuse(sessions_.at(left->second.begin()->second), sense, now);
     }
 }
 

@@ -171,6 +171,21 @@ TEST(Accept, OnlyOwnNamesMayBeListed)
     EXPECT_TRUE(w.silent(thief));
 }
 
+TEST(Accept, WaitsForTheNamesThatItsProgramStillHas)
+{
+    world w;
+    connection_id server = w.program();
+    w.add_name(server, "STAYS");
+    w.accept(server, {"GONE", "STAYS"}); // GONE was released by another thread while the accept was being made
+    EXPECT_TRUE(w.silent(server));
+    session_id lost = w.allocated(server, "GONE");
+    session_id met = w.allocated(server, "STAYS");
+    w.attach(lost);
+    EXPECT_TRUE(w.silent(server));
+    w.attach(met);
+    EXPECT_EQ(w.accepted(server).session, met);
+}
+
 TEST(Accept, OfAProgramThatHasGoneIsForgotten)
 {
     world w;
@@ -456,7 +471,7 @@ TEST(Programs, AreStartedForAnAttachOneForAllOrOneForEach)
     EXPECT_EQ(w.node.running(tp_name_bytes("EACH")), 2u);
 
     // It ends without having accepted anything: starting it again would be in vain.
-    w.node.program_ended(tp_name_bytes("ONE"), w.clock);
+    w.node.program_ended(tp_name_bytes("ONE"), program_end::done, w.clock);
     EXPECT_EQ(w.started.size(), 3u);
     EXPECT_EQ(w.node.running(tp_name_bytes("ONE")), 0u);
     // The next attach tries again; it accepts one and ends: the rest of the queue deserves another.
@@ -465,8 +480,68 @@ TEST(Programs, AreStartedForAnAttachOneForAllOrOneForEach)
     connection_id server = w.program();
     w.add_name(server, "ONE");
     w.accept(server, {"ONE"});
-    w.node.program_ended(tp_name_bytes("ONE"), w.clock);
+    w.node.program_ended(tp_name_bytes("ONE"), program_end::failed, w.clock);
     EXPECT_EQ(w.started.size(), 5u);
+}
+
+// What becomes of two attaches that wait for a configured program when it ends like this; 0: they wait on.
+std::uint32_t sense_after(program_end how, bool served_by_another = false)
+{
+    config settings = default_config();
+    program_entry program;
+    program.tp_name = tp_name_bytes("SERVER");
+    program.command = "/bin/server";
+    settings.programs.push_back(program);
+    world w(settings);
+    connection_id client = w.program();
+    if (served_by_another)
+    {
+        w.add_name(w.program(), "SERVER");
+    }
+    session_id first = w.allocated(client, "SERVER");
+    session_id second = w.allocated(client, "SERVER");
+    w.attach(first);
+    w.attach(second);
+    w.node.program_ended(program.tp_name, how, w.clock);
+    EXPECT_EQ(w.refused[first], w.refused[second]);
+    std::uint32_t sense = w.refused[first];
+    // The next attach gives the program another chance.
+    w.attach(w.allocated(client, "SERVER"));
+    EXPECT_EQ(w.started.size(), 2u);
+    return sense;
+}
+
+TEST(Programs, ThatFailAreNotWaitedFor)
+{
+    EXPECT_EQ(sense_after(program_end::cannot_start), wire::sense_tp_not_available_no_retry);
+    EXPECT_EQ(sense_after(program_end::not_now), wire::sense_tp_not_available_retry);
+    EXPECT_EQ(sense_after(program_end::failed), wire::sense_tp_not_available_retry);
+    EXPECT_EQ(sense_after(program_end::done), 0u) << "the accepting may be on its way in another process";
+    for (program_end how : {program_end::cannot_start, program_end::failed})
+    {
+        EXPECT_EQ(sense_after(how, true), 0u) << "somebody else serves the name";
+    }
+}
+
+TEST(Programs, OneOfSeveralThatFailsLeavesTheRestTheirChance)
+{
+    config settings = default_config();
+    program_entry program;
+    program.tp_name = tp_name_bytes("EACH");
+    program.command = "/bin/each";
+    program.one_for_all = false;
+    settings.programs.push_back(program);
+    world w(settings);
+    connection_id client = w.program();
+    session_id first = w.allocated(client, "EACH");
+    session_id second = w.allocated(client, "EACH");
+    w.attach(first);
+    w.attach(second);
+    w.node.program_ended(program.tp_name, program_end::failed, w.clock);
+    EXPECT_EQ(w.refused.size(), 0u);
+    w.node.program_ended(program.tp_name, program_end::failed, w.clock);
+    EXPECT_EQ(w.refused[first], wire::sense_tp_not_available_retry);
+    EXPECT_EQ(w.refused[second], wire::sense_tp_not_available_retry);
 }
 
 } // namespace

@@ -149,6 +149,34 @@ TEST(Attach, user_and_password)
     EXPECT_NE(home.log("cpic.trc").find("CMSCSP"), std::string::npos); // it was traced, without its value
 }
 
+// A destination whose program the node is to start; the time limit for an accept is longer than any test waits.
+std::string startable(const std::string &name, const std::string &program)
+{
+    return destination(name, name + "SRV") + "\n[[program]]\ntp_name = \"" + name + "SRV\"\n" + program + "\n";
+}
+
+TEST(Attach, a_program_that_cannot_be_started)
+{
+    node home(standard_configuration(3600) + startable("MISSING", "command = \"/does/not/exist\"") +
+              startable("NOPROG", "command = \"/etc/passwd\"") +
+              startable("NOUSER", "command = \"/bin/true\"\nuser = \"no such user\"") +
+              startable("FAILS", "command = \"/bin/false\"") +
+              startable("DIES", "command = \"/bin/sh\"\narguments = [\"-c\", \"kill -9 $$\"]"));
+    tp client(home);
+    EXPECT_EQ(first_answer(client, "MISSING"), 10); // not available, and trying again will not help
+    EXPECT_EQ(first_answer(client, "NOPROG"), 10);
+    EXPECT_EQ(first_answer(client, "NOUSER"), 10);
+    EXPECT_EQ(first_answer(client, "FAILS"), 11); // not available now
+    EXPECT_EQ(first_answer(client, "DIES"), 11);
+    // A program that somebody starts by hand is served in spite of the configuration.
+    tp server(home);
+    ASSERT_EQ(server("cmsltp MISSINGSRV").rc, 0);
+    ASSERT_EQ(client("cminit 0 MISSING").rc, 0);
+    ASSERT_EQ(client("cmallc 0").rc, 0);
+    ASSERT_EQ(client("cmflus 0").rc, 0);
+    EXPECT_EQ(server("cmaccp 0").rc, 0);
+}
+
 TEST(Attach, a_session_at_once_or_not_at_all)
 {
     node home(standard_configuration() + "\n[[mode]]\nname = \"NARROW\"\nsession_limit = 1\n" +
