@@ -388,7 +388,7 @@ void call_done(request &self, const void *reply, int fd)
 } // namespace
 
 bool link_call(wire::message_head &message, std::size_t message_size, wire::message_kind kind, void *reply,
-               std::size_t size, wire::message_kind expected, bool keep_lock)
+               std::size_t size, wire::message_kind expected)
 {
     call c = {{0, expected, call_done}, {}, reply, size, false, false};
     if (!link_post(c.r, message, message_size, kind, expected))
@@ -397,13 +397,7 @@ bool link_call(wire::message_head &message, std::size_t message_size, wire::mess
     }
     while (!c.answered && !c.lost)
     {
-        if (keep_lock)
-        {
-            pollfd watched = {broker.fd, static_cast<short>(outbox_first != nullptr ? POLLIN | POLLOUT : POLLIN), 0};
-            sys_poll(&watched, 1, -1);
-            link_ready();
-        }
-        else if (runtime_wait(c.waiter, broker.fd, POLLIN, -1) != 0)
+        if (runtime_wait(c.waiter, broker.fd, POLLIN, -1) != 0)
         {
             link_ready();
         }

@@ -39,10 +39,10 @@ void link_close();
 bool link_post(request &r, wire::message_head &message, std::size_t size, wire::message_kind kind,
                wire::message_kind expected);
 
-// Sends a request and waits for its reply, which is copied to `reply` (`size` bytes, the size of the expected kind).
-// keep_lock: wait without giving the lock up. False: the path is lost.
+// Sends a request and waits, with the lock given up, for its reply, which is copied to `reply` (`size` bytes, the size of
+// the expected kind). False: the path is lost.
 bool link_call(wire::message_head &message, std::size_t message_size, wire::message_kind kind, void *reply,
-               std::size_t size, wire::message_kind expected, bool keep_lock);
+               std::size_t size, wire::message_kind expected);
 
 // Tells the broker that a session is over at this end.
 void link_ended(u32 session);

@@ -1,4 +1,5 @@
-// nof.cpp - node operator verbs: open the node, query side information, close.
+// nof.cpp - node operator verbs: open the node, query side information, close. A query gives the lock up while it waits
+// for the broker, like any other verb that waits.
 #include "client/export.hpp"
 #include "client/link.hpp"
 #include "client/tp.hpp"
@@ -24,9 +25,8 @@ void query(NOF_QUERY_SIDE_INFO_VERB *verb, u8 *buffer)
     wire::query_side_info question = {};
     std::memcpy(question.sym_dest_name, verb->sym_dest_name, sizeof question.sym_dest_name);
     wire::side_info answer;
-    // The lock stays taken: the caller is in the middle of its cache of these records.
     if (!link_call(question.head, sizeof question, wire::message_kind::query_side_info, &answer, sizeof answer,
-                   wire::message_kind::side_info, true))
+                   wire::message_kind::side_info))
     {
         set_rc_no_path(verb);
         return;

@@ -134,7 +134,7 @@ void tp_started(VERB_TP_STARTED *record)
         std::memcpy(question.alias, alias, 8);
         wire::lu_found answer;
         if (!link_call(question.head, sizeof question, wire::message_kind::find_lu, &answer, sizeof answer,
-                       wire::message_kind::lu_found, false))
+                       wire::message_kind::lu_found))
         {
             set_rc_no_path(record);
             return;
@@ -188,7 +188,7 @@ void tp_name_change(VERB_LOCAL_TP_NAME *record, wire::message_kind kind)
     wire::name_change change = {};
     std::memcpy(change.tp_name, record->tp_name, sizeof change.tp_name);
     wire::done answer;
-    if (!link_call(change.head, sizeof change, kind, &answer, sizeof answer, wire::message_kind::done, false))
+    if (!link_call(change.head, sizeof change, kind, &answer, sizeof answer, wire::message_kind::done))
     {
         set_rc_no_path(record);
         return;

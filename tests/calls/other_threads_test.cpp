@@ -26,6 +26,18 @@ protected:
         };
     }
 
+    /* The node knows this destination. */
+    static void define(const char *name)
+    {
+        NOF_SIDE_INFO info;
+        memset(&info, 0, sizeof info);
+        memcpy(info.sym_dest_name, name, sizeof info.sym_dest_name);
+        memcpy(info.partner_lu_name, ascii("PARTNER", 17).data(), 17);
+        memcpy(info.tp_name, ascii("SERVER", 64).data(), 64);
+        memcpy(info.mode_name, ascii("#INTER", 8).data(), 8);
+        node.side_info[name] = info;
+    }
+
     /* An accepted conversation whose context is the current one. */
     static Id accepted()
     {
@@ -277,4 +289,45 @@ TEST_F(OtherThreads, cmsst_while_a_send_with_a_chained_deallocation_is_out)
     EXPECT_EQ(0, id.cccb().DeallcLogDataLength) << "and the copy is dropped";
     EXPECT_EQ(nullptr, id.cccb().DeallcLogData);
     EXPECT_EQ(0, id.cccb().usConversationEnded);
+}
+
+TEST_F(OtherThreads, cminit_of_a_name_that_another_thread_looks_up_as_well)
+{
+    define("ECHO    ");
+    Id mine, theirs;
+    meanwhile(NOF_QUERY_SIDE_INFO, [&] { EXPECT_EQ(CM_OK, call(cminit, theirs, "ECHO    ")); });
+    EXPECT_EQ(CM_OK, call(cminit, mine, "ECHO    "));
+    EXPECT_EQ(1u, node.tables[library_gcb.SideInfoTable].entries.size()) << "one record for one name";
+    EXPECT_EQ(0, memcmp(&mine.cccb().SideInfo, &theirs.cccb().SideInfo, sizeof(SIDE_INFO_ENTRY)));
+}
+
+TEST_F(OtherThreads, cminit_of_a_name_that_another_thread_deletes_meanwhile)
+{
+    define("ECHO    ");
+    Id id, later;
+    meanwhile(NOF_QUERY_SIDE_INFO, [&] { EXPECT_EQ(CM_OK, call(xcmdsi, nullptr, "ECHO    ")); });
+    EXPECT_EQ(CM_OK, call(cminit, id, "ECHO    ")) << "it began before the name was deleted";
+    EXPECT_EQ(CM_PROGRAM_PARAMETER_CHECK, call(cminit, later, "ECHO    ")) << "the deletion stands";
+}
+
+TEST_F(OtherThreads, xcmdsi_of_a_name_that_another_thread_looks_up_meanwhile)
+{
+    define("ECHO    ");
+    Id before, after;
+    meanwhile(NOF_QUERY_SIDE_INFO, [&] { EXPECT_EQ(CM_OK, call(cminit, before, "ECHO    ")); });
+    EXPECT_EQ(CM_OK, call(xcmdsi, nullptr, "ECHO    "));
+    EXPECT_EQ(1u, node.tables[library_gcb.SideInfoTable].entries.size());
+    EXPECT_EQ(CM_PROGRAM_PARAMETER_CHECK, call(cminit, after, "ECHO    "));
+}
+
+TEST_F(OtherThreads, a_conversation_that_is_ended_while_its_destination_is_looked_up)
+{
+    define("ECHO    ");
+    Id id;
+    meanwhile(NOF_QUERY_SIDE_INFO, [&] {
+        EXPECT_TRUE(id.exists()) << "the ID is out already";
+        EXPECT_EQ(CM_OK, call(cmcanc, id));
+    });
+    EXPECT_EQ(CM_PROGRAM_PARAMETER_CHECK, call(cminit, id, "ECHO    "));
+    EXPECT_FALSE(id.exists());
 }

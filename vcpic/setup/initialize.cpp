@@ -17,6 +17,26 @@ static void choose_local_lu(CCCB *cccb)
     }
 }
 
+// Fills a new conversation from the side information of its symbolic destination. The node may give the lock up while it
+// is asked, and another thread that knows the new ID may end the conversation meanwhile: nothing of the record is touched
+// until it has been found again. *cccb is null when it is gone. False: no such destination, or no conversation any more.
+static bool fill_from_side_info(CCCB **cccb, const u8 *sym_dest_name)
+{
+    const u32 handle = (*cccb)->CCCBhandle;
+    SIDE_INFO_ENTRY entry;
+    memcpy(entry.SymDestName, sym_dest_name, CPIC_SYM_DEST_SIZE);
+    bool found = SCD_main(SIDE_INFO_LOOKUP, &entry) == CM_OK;
+
+    *cccb = static_cast<CCCB *>(vtm_get_pointer(pGCB->ConvTable, handle));
+    found = found && *cccb != nullptr;
+    if (found)
+    {
+        (*cccb)->SideInfo = entry;
+    }
+    explicit_bzero(&entry, sizeof entry); // it may hold a password
+    return found;
+}
+
 // The rules of CMINIT, once the library is started.
 static CM_INT32 initialize(u8 *conv_id, const u8 *sym_dest_name)
 {
@@ -30,13 +50,16 @@ static CM_INT32 initialize(u8 *conv_id, const u8 *sym_dest_name)
 
     // Only the first byte tells whether there is a symbolic destination. Every failure of the look-up, the node's own
     // included, is a wrong name to the program.
-    if (sym_dest_name[0] != ASCII_BLANK && SCD_main(SIDE_INFO_LOOKUP, &cccb->SideInfo) != CM_OK)
+    if (sym_dest_name[0] != ASCII_BLANK && !fill_from_side_info(&cccb, sym_dest_name))
     {
         if (audit_on())
         {
             nba_pd_print_audit(0x20030006, 0, "ca", sym_dest_name, CPIC_SYM_DEST_SIZE);
         }
-        SCC_free_cccb(cccb); // the ID stays with the caller; it finds nothing
+        if (cccb != nullptr)
+        {
+            SCC_free_cccb(cccb); // the ID stays with the caller; it finds nothing
+        }
         return CM_PROGRAM_PARAMETER_CHECK;
     }
     choose_local_lu(cccb);

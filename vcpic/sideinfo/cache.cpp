@@ -4,6 +4,9 @@
 // A name is asked for at the node once in the life of the cache: later changes of the node's configuration are not
 // seen, so that a program works with one definition from its start to its end. Records are never evicted one by one; a
 // deletion marker keeps hiding what the node still defines.
+//
+// A query may give the lock up while it waits for the node: other threads may have put the same name into the cache
+// meanwhile, by a look-up of their own or because their program set or deleted it. Theirs stands.
 #include "sideinfo/entry.hpp"
 
 #include <stdlib.h>
@@ -172,8 +175,9 @@ void SCD_read_nof_response(const u8 *nof_record, SIDE_INFO_ENTRY *entry)
         SCC_convert_string(ASCII_TO_EBCDIC, SET_AE, CPIC_USER_ID_SIZE, entry->SecurityPassword, from.password);
     }
 
-    SIDE_INFO_RECORD *record = add_record(entry->SymDestName, 0, 87); // without a record the look-up succeeds all the same
-    if (record != nullptr)
+    SIDE_INFO_RECORD *record;
+    if (!SCD_match_sym_dest_name(entry->SymDestName, &record) &&
+        (record = add_record(entry->SymDestName, 0, 87)) != nullptr) // without a record the look-up succeeds all the same
     {
         record->usDefined = 1;
         record->Entry = *entry;
@@ -231,14 +235,20 @@ u32 SCD_set(const SIDE_INFO_ENTRY *entry)
     return CM_OK;
 }
 
+// Makes a record a deletion marker; one that is a marker already has nothing to be deleted.
+static u32 delete_record(SIDE_INFO_RECORD *record)
+{
+    const u32 rc = record->usDefined != 0 ? CM_OK : CM_PROGRAM_PARAMETER_CHECK;
+    record->usDefined = 0;
+    return rc;
+}
+
 u32 SCD_delete(const u8 *name)
 {
     SIDE_INFO_RECORD *record;
     if (SCD_match_sym_dest_name(name, &record))
     {
-        const u32 rc = record->usDefined != 0 ? CM_OK : CM_PROGRAM_PARAMETER_CHECK;
-        record->usDefined = 0;
-        return rc;
+        return delete_record(record);
     }
     u32 node;
     if (!open_node(1, &node))
@@ -249,7 +259,11 @@ u32 SCD_delete(const u8 *name)
     u32 rc = CM_PRODUCT_SPECIFIC_ERROR;
     const nof_answer answer = query_node(node, name, nof_record);
     explicit_bzero(nof_record, sizeof nof_record);
-    if (answer.primary == 0)
+    if (answer.primary == 0 && SCD_match_sym_dest_name(name, &record))
+    {
+        rc = delete_record(record);
+    }
+    else if (answer.primary == 0)
     {
         if (add_record(name, 3, 4) != nullptr) // zeroed: a deletion marker with nothing but the name
         {
