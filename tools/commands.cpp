@@ -168,7 +168,9 @@ int start(const setting &where, const std::string &config_file, double idle_seco
     std::string trouble;
     if (link.connect(where.directory, trouble) != broker_link::outcome::connected)
     {
-        return fail("the node has started but does not answer: " + trouble);
+        return fail((already ? "a node is already running in " + where.directory : "the node has started") +
+                    " but does not answer: " + (trouble.empty() ? "it has gone" : trouble) + "; see " +
+                    where.directory + "/broker.log");
     }
     if (where.json)
     {
@@ -178,7 +180,7 @@ int start(const setting &where, const std::string &config_file, double idle_seco
     }
     else if (already)
     {
-        std::cout << said;
+        std::cout << "a node is already running in " << where.directory << " (process " << link.broker_pid() << ")\n";
         if (!config_file.empty())
         {
             std::cout << "it keeps its configuration; stop it first to give it another\n";

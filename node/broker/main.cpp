@@ -65,10 +65,23 @@ bool somebody_answers(const std::string &directory)
     return good;
 }
 
+outcome already_running(const std::string &directory)
+{
+    return {exit_already_running, "a node is already running in " + directory};
+}
+
 // The lock that makes this the only broker of its directory, held until the process ends. -1: text says why not.
-int take_lock(const std::string &directory, outcome &result)
+// own_socket: the broker makes its socket itself. Then one that answers already means a node, and it is looked at before
+// the lock is taken: it may belong to a service manager, which begins to start its broker at that moment. A broker whose
+// socket was handed over learns nothing by it, since its own socket answers.
+int take_lock(const std::string &directory, bool own_socket, outcome &result)
 {
     std::string path = directory + "/broker.lock";
+    if (own_socket && somebody_answers(directory))
+    {
+        result = already_running(directory);
+        return -1;
+    }
     int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
     if (fd < 0)
     {
@@ -77,15 +90,16 @@ int take_lock(const std::string &directory, outcome &result)
     }
     for (int i = 0; flock(fd, LOCK_EX | LOCK_NB) != 0; ++i)
     {
-        bool answers = somebody_answers(directory);
+        bool answers = own_socket && somebody_answers(directory);
         if (answers || i == lock_tries)
         {
             char pid[16]{};
             ssize_t size = pread(fd, pid, sizeof pid - 1, 0);
             std::string process = size > 0 ? std::string(" (process ") + pid + ")" : "";
-            result = {answers ? exit_already_running : exit_failed,
-                      answers ? "a node is already running in " + directory + process
-                              : "another broker" + process + " holds " + path + " but does not answer; end it first"};
+            result = answers ? already_running(directory)
+                             : outcome{exit_failed, "another broker" + process + " holds " + path +
+                                                        (own_socket ? " but does not answer; end it first"
+                                                                    : "; end it first")};
             close(fd);
             return -1;
         }
@@ -110,7 +124,7 @@ void serve(broker::server_options options, Report report)
         return report({exit_failed, options.directory + ": " + wire::directory_advice(state)});
     }
     outcome result{exit_good, ""};
-    int lock = take_lock(options.directory, result);
+    int lock = take_lock(options.directory, options.listener < 0, result);
     if (lock < 0)
     {
         return report(result);

@@ -548,38 +548,5 @@ TEST_F(node, MonitorShowsConversationsThatCome)
     EXPECT_EQ(tool({"monitor"}).code, 3);
 }
 
-TEST_F(node, AServiceManagerMayHandOverTheSocket)
-{
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::string path = directory + "/broker.sock";
-    std::memcpy(address.sun_path, path.c_str(), path.size());
-    int listener = socket(AF_UNIX, SOCK_SEQPACKET, 0);
-    ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
-    ASSERT_EQ(listen(listener, 5), 0);
-    client early(directory); // waits before anybody serves
-    pid_t pid = fork();
-    if (pid == 0)
-    {
-        if (listener != 3)
-        {
-            dup2(listener, 3);
-        }
-        setenv("LISTEN_FDS", "1", 1);
-        setenv("LISTEN_PID", std::to_string(getpid()).c_str(), 1);
-        execl(CPICNODED, CPICNODED, "--dir", directory.c_str(), "--idle", "0.2", nullptr);
-        _exit(127);
-    }
-    EXPECT_EQ(early.greet().status.primary, wire::rc_ok);
-    early.close();
-    int status = 0;
-    ASSERT_EQ(waitpid(pid, &status, 0), pid);
-    EXPECT_EQ(status, 0);
-    EXPECT_TRUE(std::filesystem::exists(path)) << "it belongs to the service manager";
-    client late(directory); // still waits for the next one
-    EXPECT_TRUE(late.connected());
-    close(listener);
-}
-
 } // namespace
 } // namespace test
