@@ -94,6 +94,10 @@ struct config
     const user_entry *find_user(const std::string &user) const;
     const program_entry *find_program(const std::string &tp_name_bytes) const;
 
+    // True for a system user beside the broker's own and root who may connect: allowed, or one that a program runs as.
+    bool lets_in(const std::string &user) const;
+    bool lets_others_in() const; // is there any such user
+
     // The local LU that an alias or a network-qualified name of a partner stands for; null: none.
     const lu_entry *find_partner(const std::string &alias_or_name) const;
 };

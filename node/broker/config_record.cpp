@@ -41,6 +41,18 @@ const program_entry *config::find_program(const std::string &tp_name_bytes) cons
     return find_by(programs, &program_entry::tp_name, tp_name_bytes);
 }
 
+bool config::lets_in(const std::string &user) const
+{
+    return std::find(allowed_users.begin(), allowed_users.end(), user) != allowed_users.end() ||
+           find_by(programs, &program_entry::user, user) != nullptr;
+}
+
+bool config::lets_others_in() const
+{
+    return !allowed_users.empty() ||
+           std::any_of(programs.begin(), programs.end(), [](const program_entry &p) { return !p.user.empty(); });
+}
+
 const lu_entry *config::find_partner(const std::string &alias_or_name) const
 {
     if (const lu_entry *local = find_lu(alias_or_name))

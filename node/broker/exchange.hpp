@@ -13,6 +13,7 @@
 
 #include "broker/config.hpp"
 #include "wire/broker.hpp"
+#include "wire/node_file.hpp"
 
 #include <compare>
 #include <cstddef>
@@ -21,6 +22,7 @@
 #include <set>
 #include <span>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
@@ -70,6 +72,8 @@ struct outside
     virtual void verify(session_id session, const std::string &hash, const std::string &password) = 0;
     // Starts a program for an attach; program_ended() follows, never at once, when it has ended or could not be started.
     virtual void start_program(const program_entry &program, const std::string &local_alias) = 0;
+    // Appends to a file of the node, for a program that may not write it; more: the next one goes on with the record.
+    virtual void record(connection_id from, wire::node_file_kind file, bool more, std::string_view text) = 0;
     // A command of the operator; answered by the server.
     virtual void control(connection_id from, std::uint32_t correlation, bool json, const std::string &command) = 0;
 };

@@ -392,7 +392,7 @@ int main(int argc, char **argv)
                   << " characters that leave room for a socket; name a shorter directory\n";
         return exit_failed;
     }
-    const char *named = std::getenv("CPIC_NODE_CONFIG");
+    const char *named = secure_getenv("CPIC_NODE_CONFIG");
     options.config_file = absolute(!config_file.empty() ? config_file : named != nullptr ? named : "");
     options.idle_ms = idle < 0 ? -1 : static_cast<std::int64_t>(idle * 1000 + 0.999);
     umask(077);

@@ -85,6 +85,18 @@ void exchange::message(connection_id id, std::span<const std::byte> bytes, milli
                                    command.text_length));
         break;
     }
+    case wire::message_kind::record:
+    {
+        auto part = decode<wire::record>(bytes);
+        if (part.file == 0 || part.file > wire::node_file_kinds)
+        {
+            world_.close_connection(id, "it has sent a record for a file that is none");
+            return;
+        }
+        world_.record(id, static_cast<wire::node_file_kind>(part.file), part.more == 1,
+                      std::string_view(reinterpret_cast<const char *>(bytes.data()) + sizeof part, part.text_length));
+        break;
+    }
     default: // message_check() lets only a program's kinds through
         break;
     }

@@ -19,6 +19,7 @@ namespace broker {
 namespace {
 
 constexpr std::size_t max_queued_bytes = 4u << 20; // for one connection that does not read
+constexpr std::size_t max_record = 512u << 10;     // that comes in parts; the longest of the trace is shorter
 constexpr std::size_t max_answer = 64u << 20;      // of an operator's command
 constexpr int messages_at_once = 16;               // of one connection before others have their turn
 
@@ -52,7 +53,8 @@ milliseconds server::now() const
 
 server::server(server_options options, config settings)
     : options_(std::move(options)), started_(now()),
-      exchange_(*this, std::move(settings), static_cast<std::uint32_t>(getpid())), idle_since_(started_),
+      exchange_(*this, std::move(settings), static_cast<std::uint32_t>(getpid())), records_(options_.directory),
+      idle_since_(started_),
       buffer_(wire::max_message + 1)
 {
 }
@@ -446,6 +448,31 @@ void server::send(connection_id to, std::span<const std::byte> message, handover
     }
 }
 
+void server::record(connection_id from, wire::node_file_kind file, bool more, std::string_view text)
+{
+    auto found = links_.find(from);
+    if (found == links_.end() || found->second.closing)
+    {
+        return;
+    }
+    std::string &whole = found->second.record;
+    if (whole.size() + text.size() > max_record)
+    {
+        close_connection(from, "it has sent a record longer than any");
+        return;
+    }
+    whole += text;
+    if (!more)
+    {
+        const wire::control_page &shared = *page_.content();
+        records_.append(file, whole,
+                        file == wire::node_file_kind::problem_log ? shared.problem_log_limit
+                        : file == wire::node_file_kind::audit_log ? shared.audit_log_limit
+                                                                  : shared.trace_file_limit);
+        whole = {};
+    }
+}
+
 void server::control(connection_id from, std::uint32_t correlation, bool json, const std::string &command)
 {
     auto found = links_.find(from);
@@ -506,6 +533,7 @@ bool server::reload(config_findings &findings, reload_report &report)
     }
     report = exchange_.reconfigure(*fresh, now());
     settings_into_page();
+    open_to_users();
     ++page_.content()->config_generation;
     log_line("has read its configuration again");
     return true;

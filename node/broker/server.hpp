@@ -7,6 +7,7 @@
 #include "broker/exchange.hpp"
 #include "broker/page.hpp"
 #include "broker/passwords.hpp"
+#include "broker/records.hpp"
 #include "wire/frames.hpp"
 
 #include <cstdint>
@@ -69,6 +70,7 @@ private:
         bool closing = false;
         bool may_change = false;
         counter_view counters; // what its program counts
+        std::string record;    // the beginning of one that comes in parts
     };
 
     struct held_session
@@ -94,6 +96,7 @@ private:
     void close_connection(connection_id connection, const char *reason) override;
     void verify(session_id session, const std::string &hash, const std::string &password) override;
     void start_program(const program_entry &program, const std::string &local_alias) override;
+    void record(connection_id from, wire::node_file_kind file, bool more, std::string_view text) override;
     void control(connection_id from, std::uint32_t correlation, bool json, const std::string &command) override;
 
     // desk
@@ -109,6 +112,7 @@ private:
     bool reload(config_findings &findings, reload_report &report) override;
 
     bool open_listener(std::string &trouble);
+    void open_to_users() const;
     bool watch(int fd, watched what, std::uint32_t number, std::uint32_t events);
     void accept_connections();
     bool accept_one(int fd);
@@ -128,6 +132,7 @@ private:
     milliseconds started_;
     exchange exchange_;
     control_page_file page_;
+    record_files records_;
     password_checker passwords_;
     int epoll_ = -1;
     int listener_ = -1;

@@ -59,10 +59,8 @@ bool server::open_listener(std::string &trouble)
     std::memcpy(address.sun_path, path.c_str(), path.size());
     unlink(path.c_str());
     listener_ = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    // Others get past the socket's mode only when the configuration lets any of them in; who they are is looked at then.
-    mode_t mode = exchange_.settings().allowed_users.empty() ? 0600 : 0666;
     if (listener_ < 0 || bind(listener_, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 ||
-        chmod(path.c_str(), mode) != 0 || listen(listener_, SOMAXCONN) != 0 ||
+        chmod(path.c_str(), 0600) != 0 || listen(listener_, SOMAXCONN) != 0 ||
         !watch(listener_, watched::listener, 0, EPOLLIN))
     {
         trouble = "the socket " + path + " cannot be made (" + std::strerror(errno) +
@@ -70,7 +68,35 @@ bool server::open_listener(std::string &trouble)
         return false;
     }
     own_socket_ = true;
+    open_to_users();
     return true;
+}
+
+// Lets users beside our own up to the socket when the configuration lets any of them in; who they are is looked at when
+// they connect. The directory is opened for passing through, not for looking around.
+void server::open_to_users() const
+{
+    bool others = exchange_.settings().lets_others_in();
+    if (own_socket_)
+    {
+        chmod((options_.directory + "/" + wire::socket_name).c_str(), others ? 0666 : 0600);
+    }
+    struct stat status;
+    if (!others || stat(options_.directory.c_str(), &status) != 0)
+    {
+        return;
+    }
+    chmod(options_.directory.c_str(), (status.st_mode & 07777) | S_IXGRP | S_IXOTH);
+    for (std::size_t end = options_.directory.rfind('/'); end != 0 && end != std::string::npos;
+         end = options_.directory.rfind('/', end - 1))
+    {
+        std::string above = options_.directory.substr(0, end);
+        if (stat(above.c_str(), &status) == 0 && (status.st_mode & S_IXOTH) == 0)
+        {
+            log_line("warning: the configuration lets other users in, but " + above +
+                     " does not let them through; run chmod o+x on it, or give the node another directory");
+        }
+    }
 }
 
 bool server::accept_one(int fd)
@@ -79,9 +105,8 @@ bool server::accept_one(int fd)
     socklen_t size = sizeof who;
     bool good = getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &who, &size) == 0;
     peer identity{good ? who.uid : 0, good ? who.pid : 0, good ? name_of_user(who.uid) : ""};
-    const auto &allowed = exchange_.settings().allowed_users;
     bool owner = good && (who.uid == geteuid() || who.uid == 0);
-    if (!good || (!owner && std::find(allowed.begin(), allowed.end(), identity.user) == allowed.end()))
+    if (!good || (!owner && !exchange_.settings().lets_in(identity.user)))
     {
         log_line("refused a connection of user " + identity.user + ", who is not allowed here");
         return false;

@@ -16,7 +16,7 @@
 
 namespace client {
 
-broker_link broker = {-1, false, 0, {}, nullptr};
+broker_link broker = {-1, false, false, 0, {}, nullptr};
 
 namespace {
 
@@ -39,6 +39,10 @@ struct waiting_message
 };
 waiting_message *outbox_first;
 waiting_message **outbox_end = &outbox_first;
+std::size_t outbox_bytes; // of all of them
+
+// So much may wait when a record is to be added: log and trace are not worth more memory than that.
+constexpr std::size_t outbox_for_records = 4u << 20;
 
 void watch_broker(int operation, bool to_write)
 {
@@ -69,6 +73,7 @@ void outbox_send()
             return;
         }
         outbox_first = first->next;
+        outbox_bytes -= first->size;
         sys_free(first);
     }
     outbox_end = &outbox_first;
@@ -84,6 +89,7 @@ void outbox_forget()
         sys_free(first);
     }
     outbox_end = &outbox_first;
+    outbox_bytes = 0;
 }
 
 // Sends a message, now or when there is room. False: the path is lost, or there is no memory to keep the message in.
@@ -115,6 +121,7 @@ bool send(const void *message, std::size_t size)
     bool first = outbox_first == nullptr;
     *outbox_end = waiting;
     outbox_end = &waiting->next;
+    outbox_bytes += size;
     if (first)
     {
         watch_broker(EPOLL_CTL_MOD, true);
@@ -260,7 +267,8 @@ bool link_open()
     // A broker that is just leaving may still take a connection; the next one is then another broker's.
     for (int attempt = 0; attempt < 3; attempt++)
     {
-        int socket = broker_reach();
+        bool of_another = false;
+        int socket = broker_reach(of_another);
         if (socket < 0)
         {
             return false;
@@ -288,6 +296,7 @@ bool link_open()
             }
             broker.fd = socket;
             broker.broken = false;
+            broker.of_another = of_another;
             watch_broker(EPOLL_CTL_ADD, false);
             // The page is writable for the broker alone; the library only ever reads through the pointer.
             ptrc = const_cast<unsigned char *>(broker.page->trace_control);
@@ -305,8 +314,12 @@ void link_trace_before_open()
     char directory[wire::max_directory + 1];
     struct stat found;
 
-    if (ptrc != nothing_on || !wire::node_directory(directory) ||
-        wire::directory_check(directory, false) != wire::directory_state::good)
+    if (ptrc != nothing_on || !wire::node_directory(directory))
+    {
+        return;
+    }
+    wire::directory_state state = wire::directory_check(directory, false);
+    if (state != wire::directory_state::good && state != wire::directory_state::of_another)
     {
         return;
     }
@@ -331,6 +344,7 @@ void link_close()
         broker.fd = -1;
     }
     broker.broken = false;
+    broker.of_another = false;
     outbox_forget();
     waiting_close();
 }
@@ -411,6 +425,39 @@ void link_ended(u32 session)
     notice.head = {static_cast<std::uint16_t>(wire::message_kind::ended), 0, sizeof notice, 0};
     notice.session = session;
     send(&notice, sizeof notice); // lost with the path: then the broker has forgotten the session anyway
+}
+
+bool link_record(wire::node_file_kind file, const char *record, std::size_t size)
+{
+    constexpr std::size_t piece_most = wire::max_message - sizeof(wire::record);
+    alignas(wire::record) static unsigned char message[wire::max_message]; // guarded by the lock like all of the link
+
+    if (outbox_first != nullptr)
+    {
+        outbox_send();
+    }
+    if (outbox_bytes + size > outbox_for_records)
+    {
+        return false;
+    }
+    while (size != 0)
+    {
+        std::size_t piece = size < piece_most ? size : piece_most;
+        auto *head = new (message) wire::record{};
+        head->head = {static_cast<std::uint16_t>(wire::message_kind::record), 0,
+                      static_cast<std::uint32_t>(sizeof *head + piece), 0};
+        head->file = static_cast<std::uint32_t>(file);
+        head->more = piece < size ? 1 : 0;
+        head->text_length = static_cast<std::uint32_t>(piece);
+        std::memcpy(message + sizeof *head, record, piece);
+        if (!send(message, sizeof *head + piece))
+        {
+            return false; // the path is lost, which others will tell
+        }
+        record += piece;
+        size -= piece;
+    }
+    return true;
 }
 
 void link_ready()

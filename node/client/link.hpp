@@ -4,6 +4,7 @@
 #pragma once
 
 #include "client/state.hpp"
+#include "wire/node_file.hpp"
 
 namespace client {
 
@@ -21,6 +22,7 @@ struct broker_link
 {
     int fd;                // -1: not connected
     bool broken;           // a send has failed; the next delivery finds out
+    bool of_another;       // the node belongs to another user: this program makes nothing in its directory
     u32 connection;        // the broker's number for this program
     u8 default_alias[8];
     const wire::control_page *page; // null: not connected
@@ -46,6 +48,10 @@ bool link_call(wire::message_head &message, std::size_t message_size, wire::mess
 
 // Tells the broker that a session is over at this end.
 void link_ended(u32 session);
+
+// Hands the broker a record for a file of the node that this program may not write. False: so much waits already for a
+// broker that does not take it that the record is lost.
+bool link_record(wire::node_file_kind file, const char *record, std::size_t size);
 
 // The broker's socket is ready: reads one message and hands it on, or finds the path lost.
 void link_ready();

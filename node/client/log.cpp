@@ -16,8 +16,8 @@ namespace client {
 
 namespace {
 
-shared_file problem_log = {"problem.log", -1};
-shared_file audit_log = {"audit.log", -1};
+wire::node_file problem_log = {wire::node_file_kind::problem_log, -1};
+wire::node_file audit_log = {wire::node_file_kind::audit_log, -1};
 
 // A line has room for the longest log data of a conversation, shown as bytes.
 constexpr u32 line_room = 100000;
@@ -41,7 +41,7 @@ text_line line_begin(const char *kind, u32 code, u32 detail)
     return line;
 }
 
-void line_end(text_line &line, shared_file &file, u32 limit)
+void line_end(text_line &line, wire::node_file &file, u32 limit)
 {
     if (line.cut)
     {

@@ -1,26 +1,20 @@
 // shared_file.cpp - files in the node's directory that all programs of the node append to.
 #include "client/shared_file.hpp"
 
+#include "client/link.hpp"
+#include "client/system.hpp"
 #include "client/text.hpp"
-#include "wire/directory.hpp"
 
-#include <cerrno>
-#include <cstdio>
 #include <cstring>
-#include <fcntl.h>
-#include <sys/file.h>
-#include <unistd.h>
 
 namespace client {
 
 namespace {
 
-constexpr std::size_t path_room = wire::max_directory + 32;
-
 // The one warning of this process about each kind of trouble.
 bool warned;
 
-void warn(const shared_file &file, const char *why)
+void warn(const wire::node_file &file, const char *why)
 {
     if (warned)
     {
@@ -34,7 +28,7 @@ void warn(const shared_file &file, const char *why)
     put_text(line, ": cannot write ");
     put_text(line, wire::node_directory(directory) ? directory : "the node's directory");
     put_char(line, '/');
-    put_text(line, file.name);
+    put_text(line, wire::node_file_name(file.kind));
     put_text(line, ": ");
     put_text(line, why);
     put_text(line, " (records are lost; conversations go on)");
@@ -42,86 +36,30 @@ void warn(const shared_file &file, const char *why)
     sys_complain(bytes, line.length);
 }
 
-bool path_of(const shared_file &file, char (&path)[path_room], const char *suffix)
+// The files' road to the system.
+struct files_system
 {
-    char directory[wire::max_directory + 1];
-    if (!wire::node_directory(directory) || wire::directory_check(directory, true) != wire::directory_state::good)
+    bool directory(char (&path)[wire::max_directory + 1])
     {
-        return false;
+        return wire::node_directory(path) && wire::directory_check(path, true) == wire::directory_state::good;
     }
-    std::snprintf(path, sizeof path, "%s/%s%s", directory, file.name, suffix);
-    return true;
-}
-
-bool open_file(shared_file &file)
-{
-    char path[path_room];
-    if (!path_of(file, path, ""))
-    {
-        errno = 0;
-        return false;
-    }
-    file.fd = sys_open(path, O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK, 0600);
-    struct stat found;
-    if (file.fd >= 0 && (sys_fstat(file.fd, &found) != 0 || !S_ISREG(found.st_mode)))
-    {
-        sys_close(file.fd);
-        file.fd = -1;
-        errno = EINVAL;
-    }
-    return file.fd >= 0;
-}
-
-void close_file(shared_file &file)
-{
-    sys_close(file.fd);
-    file.fd = -1;
-}
-
-// The file is full: whoever gets its lock first renames it, the others find that it has been done.
-void rotate(shared_file &file)
-{
-    char path[path_room];
-    char old[path_room];
-    struct stat ours;
-    struct stat there;
-    if (path_of(file, path, "") && path_of(file, old, ".1") && sys_flock(file.fd, LOCK_EX) == 0 &&
-        sys_fstat(file.fd, &ours) == 0 && sys_stat(path, &there) == 0 && ours.st_ino == there.st_ino &&
-        ours.st_dev == there.st_dev)
-    {
-        sys_rename(path, old);
-    }
-    close_file(file); // gives the lock up as well
-}
+    int open(const char *path, int flags, mode_t mode) { return sys_open(path, flags, mode); }
+    int close(int fd) { return sys_close(fd); }
+    int fstat(int fd, struct stat *found) { return sys_fstat(fd, found); }
+    int stat(const char *path, struct stat *found) { return sys_stat(path, found); }
+    int rename(const char *from, const char *to) { return sys_rename(from, to); }
+    int flock(int fd, int operation) { return sys_flock(fd, operation); }
+};
+files_system files;
 
 } // namespace
 
-bool shared_file_prepare(shared_file &file, u32 size, u32 limit)
+bool shared_file_prepare(wire::node_file &file, u32 size, u32 limit)
 {
-    // Three times: a new file may be full at once when many programs write.
-    for (int attempt = 0; attempt < 3; attempt++)
-    {
-        struct stat found;
-        if (file.fd < 0 && !open_file(file))
-        {
-            return false;
-        }
-        if (sys_fstat(file.fd, &found) != 0 || found.st_nlink == 0)
-        {
-            close_file(file); // somebody has removed it
-            continue;
-        }
-        // An empty file takes any record.
-        if (limit == 0 || found.st_size == 0 || found.st_size + static_cast<off_t>(size) <= static_cast<off_t>(limit))
-        {
-            return true;
-        }
-        rotate(file);
-    }
-    return file.fd >= 0 || open_file(file);
+    return broker.of_another || wire::node_file_prepare(files, file, size, limit);
 }
 
-bool shared_file_append(shared_file &file, const char *record, u32 size, u32 limit)
+bool shared_file_append(wire::node_file &file, const char *record, u32 size, u32 limit)
 {
     if (!shared_file_prepare(file, size, limit))
     {
@@ -133,6 +71,15 @@ bool shared_file_append(shared_file &file, const char *record, u32 size, u32 lim
         }
         warn(file, why);
         return false;
+    }
+    if (broker.of_another)
+    {
+        if (!link_record(file.kind, record, size))
+        {
+            warn(file, "the node does not take them fast enough");
+            return false;
+        }
+        return true;
     }
     ssize_t written = sys_write(file.fd, record, size);
     if (written != static_cast<ssize_t>(size))

@@ -58,7 +58,7 @@ reached connect_once(const char *path, int &fd)
         return reached::failed;
     }
     unsigned uid;
-    if (sys_peer_uid(fd, &uid) != 0 || (uid != geteuid() && uid != 0))
+    if (sys_peer_uid(fd, &uid) != 0 || !wire::user_trusted(uid))
     {
         report_problem(problem_wrong_broker, uid, "the broker of this directory runs as another user: ", path);
         sys_close(fd);
@@ -73,10 +73,11 @@ bool runnable(const char *path)
     return access(path, X_OK) == 0;
 }
 
-// Where cpicnoded is: CPIC_NODED; beside this library, as it is built and as it is installed; PATH.
+// Where cpicnoded is: CPIC_NODED; beside this library, as it is built and as it is installed; PATH. The variables do not
+// count in a set-user-ID program: they would let its caller choose what it runs.
 bool find_program(char (&path)[PATH_MAX])
 {
-    const char *named = std::getenv("CPIC_NODED");
+    const char *named = secure_getenv("CPIC_NODED");
     if (named != nullptr && *named != 0)
     {
         int length = std::snprintf(path, sizeof path, "%s", named);
@@ -84,7 +85,7 @@ bool find_program(char (&path)[PATH_MAX])
     }
     Dl_info self;
     const char *slash;
-    if (dladdr(reinterpret_cast<const void *>(&broker_reach), &self) != 0 && self.dli_fname != nullptr &&
+    if (dladdr(reinterpret_cast<const void *>(&connect_once), &self) != 0 && self.dli_fname != nullptr &&
         (slash = std::strrchr(self.dli_fname, '/')) != nullptr)
     {
         constexpr const char *places[] = {"../bin", "../sbin", "../libexec/cpic", "."};
@@ -98,7 +99,7 @@ bool find_program(char (&path)[PATH_MAX])
             }
         }
     }
-    const char *search = std::getenv("PATH");
+    const char *search = secure_getenv("PATH");
     while (search != nullptr && *search != 0)
     {
         const char *end = std::strchr(search, ':');
@@ -159,7 +160,7 @@ reached start_broker(const char *directory, const char *socket_path, int &fd)
 
 } // namespace
 
-int broker_reach()
+int broker_reach(bool &of_another)
 {
     char directory[wire::max_directory + 1];
     if (!wire::node_directory(directory))
@@ -168,7 +169,8 @@ int broker_reach()
         return -1;
     }
     wire::directory_state state = wire::directory_check(directory, true);
-    if (state != wire::directory_state::good)
+    of_another = state == wire::directory_state::of_another;
+    if (state != wire::directory_state::good && !of_another)
     {
         report_problem(problem_no_directory, static_cast<unsigned>(state), "the node's directory: ",
                        wire::directory_advice(state));
@@ -178,7 +180,12 @@ int broker_reach()
     std::snprintf(path, sizeof path, "%s/%s", directory, wire::socket_name);
     int fd = -1;
     reached result = connect_once(path, fd);
-    if (result == reached::nobody)
+    if (result == reached::nobody && of_another)
+    {
+        report_problem(problem_no_broker, 0, "no node runs there, and only the owner of the directory can start one: ",
+                       directory);
+    }
+    else if (result == reached::nobody)
     {
         result = start_broker(directory, path, fd);
     }

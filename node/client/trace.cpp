@@ -22,7 +22,7 @@ namespace client {
 namespace {
 
 pthread_mutex_t trace_mutex = PTHREAD_MUTEX_INITIALIZER;
-shared_file trace_file = {"cpic.trc", -1};
+wire::node_file trace_file = {wire::node_file_kind::trace, -1};
 bool reported; // that the file cannot be used
 
 // The longest data of a call, 32,767 bytes, make a dump of 2,048 lines of at most 120 characters.
@@ -32,6 +32,9 @@ char record_bytes[record_room + sizeof cut_mark];
 text_line record = {record_bytes, record_room, 0, false};
 
 constexpr u32 bytes_per_line = 16;
+
+// The handle while the broker writes the file: any that does not say there is none.
+constexpr int by_the_broker = 0;
 
 u32 trace_limit()
 {
@@ -68,7 +71,7 @@ CPICNODE_EXPORT void trc_lock_file(struct trc_api_state *state)
         pthread_mutex_unlock(&trace_mutex); // with no file the caller gives no lock back
         return;
     }
-    state->handle = trace_file.fd;
+    state->handle = trace_file.fd >= 0 ? trace_file.fd : by_the_broker;
     record.length = 0;
     record.cut = false;
 }

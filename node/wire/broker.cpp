@@ -11,7 +11,7 @@ static_assert(sizeof(hello) == 84 && sizeof(welcome) == 40 && sizeof(find_lu) ==
 static_assert(sizeof(name_change) == 76 && sizeof(done) == 20 && sizeof(allocate) == 152 && sizeof(allocated) == 44);
 static_assert(sizeof(accept) == 20 && sizeof(accepted) == 136 && sizeof(cancel) == 16 && sizeof(ended) == 16);
 static_assert(sizeof(query_side_info) == 20 && sizeof(side_info) == 232 && sizeof(control) == 20);
-static_assert(sizeof(control_reply) == 28 && sizeof(control_page) == 32);
+static_assert(sizeof(control_reply) == 28 && sizeof(record) == 28 && sizeof(control_page) == 32);
 static_assert(sizeof(conversation_counters) == 32 && sizeof(counter_table) == 32 * (counter_slots + 1));
 static_assert(offsetof(conversation_counters, sent) == 8 && offsetof(conversation_counters, received) == 16);
 
@@ -44,6 +44,7 @@ constexpr rule rules[] = {
     {message_kind::side_info, sender::broker, false, sizeof(side_info)},
     {message_kind::control, sender::program, false, sizeof(control)},
     {message_kind::control_reply, sender::broker, false, sizeof(control_reply)},
+    {message_kind::record, sender::program, true, sizeof(record)},
 };
 
 // The 32-bit word at an offset; the message need not be aligned.
@@ -92,6 +93,10 @@ bool message_check(const void *message, std::size_t size, sender from)
         if (row.kind == message_kind::control_reply)
         {
             return more == word_at(message, offsetof(control_reply, text_length));
+        }
+        if (row.kind == message_kind::record)
+        {
+            return more == word_at(message, offsetof(record, text_length));
         }
         return more == 0;
     }

@@ -18,6 +18,7 @@
 //                                                rc_cancelled), then done for the cancel
 //   ended (notice)      ------->                 a conversation is over at this end
 //   query_side_info     ------->                 side_info
+//   record (notice)     ------->                 a record for a file that a program of another user may not write
 //   control             ------->                 control_reply  (one or more: `more` is 1 in all but the last)
 #pragma once
 
@@ -50,6 +51,7 @@ enum class message_kind : std::uint16_t
     side_info = 15,
     control = 16,
     control_reply = 17,
+    record = 18,
 };
 
 struct message_head
@@ -294,6 +296,17 @@ struct control_reply
     result status; // nonzero: the text says what is wrong
     std::uint32_t more;
     std::uint32_t text_length;
+};
+
+// record: part of a record, or all of it, for one of the node's files. The parts of one follow each other without another
+// record between them.
+struct record
+{
+    message_head head;         // correlation 0
+    std::uint32_t file;        // node_file_kind
+    std::uint32_t more;        // 1: the next one goes on with it
+    std::uint32_t text_length; // characters that follow, no terminating zero
+    std::uint32_t zero;
 };
 
 // Which side sent a message.

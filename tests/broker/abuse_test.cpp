@@ -1,9 +1,11 @@
 // abuse_test.cpp - clients that lie, flood or stall cost their own connection, and nothing else.
 #include "processes.hpp"
+#include "wire/node_file.hpp"
 
 #include <csignal>
 #include <fcntl.h>
 #include <filesystem>
+#include <fstream>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -291,6 +293,72 @@ TEST_F(abused_node, AFloodOfAttachesIsRefusedAndForgotten)
     }
     // What is queued waits its ten seconds, then the broker is as it was.
     EXPECT_TRUE(wait_until([&] { return broker_descriptors() <= before; }));
+}
+
+// A record for a file of the node, as programs of other users send it.
+bool send_record(client &from, wire::node_file_kind file, const std::string &text, bool more = false)
+{
+    std::vector<std::byte> bytes(sizeof(wire::record) + text.size());
+    wire::record head{};
+    head.head = {static_cast<std::uint16_t>(wire::message_kind::record), 0, static_cast<std::uint32_t>(bytes.size()), 0};
+    head.file = static_cast<std::uint32_t>(file);
+    head.more = more ? 1 : 0;
+    head.text_length = static_cast<std::uint32_t>(text.size());
+    std::memcpy(bytes.data(), &head, sizeof head);
+    std::memcpy(bytes.data() + sizeof head, text.data(), text.size());
+    return from.send_bytes(bytes);
+}
+
+std::string contents(const std::string &path)
+{
+    std::ifstream in(path);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+TEST_F(abused_node, RecordsAreTextWhateverTheyWere)
+{
+    client bad(directory);
+    bad.greet();
+    ASSERT_TRUE(send_record(bad, wire::node_file_kind::problem_log, "one\x1B[2J\tand\xFF"));
+    ASSERT_TRUE(send_record(bad, wire::node_file_kind::trace, "first part, ", true));
+    ASSERT_TRUE(send_record(bad, wire::node_file_kind::trace, "second part\n"));
+    EXPECT_TRUE(wait_until([&] { return contents(directory + "/cpic.trc") == "first part, second part\n"; }));
+    EXPECT_EQ(contents(directory + "/problem.log"), "one.[2J.and.\n");
+}
+
+TEST_F(abused_node, ARecordWithoutEndOrForNoFileCostsItsSender)
+{
+    client endless(directory);
+    endless.greet();
+    const std::string part(60000, 'x');
+    for (int i = 0; i < 20 && send_record(endless, wire::node_file_kind::trace, part, true); ++i)
+    {
+    }
+    EXPECT_TRUE(endless.closed_by_broker());
+    for (unsigned file : {0u, 4u, 0xFFFFFFFFu})
+    {
+        client lost(directory);
+        lost.greet();
+        send_record(lost, static_cast<wire::node_file_kind>(file), "text\n");
+        EXPECT_TRUE(lost.closed_by_broker()) << file;
+    }
+    EXPECT_FALSE(std::filesystem::exists(directory + "/cpic.trc"));
+}
+
+TEST_F(abused_node, AFloodOfRecordsStaysWithinTheLimitOfTheFile)
+{
+    EXPECT_EQ(tool({"stop"}).code, 0);
+    start("[node]\nproblem_log_limit = 10000\n");
+    client bad(directory);
+    bad.greet();
+    const std::string line = std::string(99, 'x') + "\n";
+    for (int i = 0; i < 1000; ++i)
+    {
+        ASSERT_TRUE(send_record(bad, wire::node_file_kind::problem_log, line));
+    }
+    bad.add_name("DONE"); // answered behind all of them
+    EXPECT_LE(std::filesystem::file_size(directory + "/problem.log"), 10000u);
+    EXPECT_LE(std::filesystem::file_size(directory + "/problem.log.1"), 10000u);
 }
 
 TEST_F(abused_node, UnknownCommandsOfTheOperator)

@@ -66,6 +66,10 @@ struct world : outside
     {
         started.push_back(program.command + " " + local_alias);
     }
+    void record(connection_id, wire::node_file_kind file, bool more, std::string_view text) override
+    {
+        records.push_back(std::string(wire::node_file_name(file)) + (more ? "... " : " ") + std::string(text));
+    }
     void control(connection_id, std::uint32_t, bool, const std::string &command) override
     {
         commands.push_back(command);
@@ -202,6 +206,7 @@ struct world : outside
     std::set<connection_id> closed;
     std::vector<check> checks;
     std::vector<std::string> started;
+    std::vector<std::string> records;
     std::vector<std::string> commands;
     connection_id connections = 0;
     exchange node;

@@ -36,6 +36,7 @@ const kind_row rows[] = {
     {message_kind::side_info, sender::broker, false, sizeof(side_info)},
     {message_kind::control, sender::program, false, sizeof(control)},
     {message_kind::control_reply, sender::broker, false, sizeof(control_reply)},
+    {message_kind::record, sender::program, true, sizeof(record)},
 };
 
 std::vector<unsigned char> make(const kind_row &row)

@@ -189,7 +189,7 @@ TEST_F(node, DirectoryMustBePrivate)
     chmod(directory.c_str(), 0777);
     finished result = broker({"--start"});
     EXPECT_EQ(result.code, 1);
-    EXPECT_NE(result.error.find("other users may write to it"), std::string::npos);
+    EXPECT_NE(result.error.find("users beside its owner may write to it"), std::string::npos);
     chmod(directory.c_str(), 0700);
     ASSERT_EQ(symlink(directory.c_str(), (directory + "/link").c_str()), 0);
     result = run({CPICNODED, "--start", "--dir", directory + "/link"});

@@ -264,13 +264,14 @@ std::string node::log(const std::string &name) const
     return text.str();
 }
 
-tp::tp(const node &home, std::map<std::string, std::string> environment)
+tp::tp(const node &home, std::map<std::string, std::string> environment, std::vector<std::string> through)
 {
+    through.push_back(CPIC_TEST_TP);
     environment.merge(home.environment());
     int commands[2], answers[2];
     make_pipe(commands);
     make_pipe(answers);
-    process_ = start({CPIC_TEST_TP}, environment, commands[0], answers[1], false);
+    process_ = start(through, environment, commands[0], answers[1], false);
     close(commands[0]);
     close(answers[1]);
     in_ = commands[1];

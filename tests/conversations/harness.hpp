@@ -66,7 +66,9 @@ private:
 class tp
 {
 public:
-    explicit tp(const node &home, std::map<std::string, std::string> environment = {});
+    // through: a command that runs it, say as another user; its own command is appended.
+    explicit tp(const node &home, std::map<std::string, std::string> environment = {},
+                std::vector<std::string> through = {});
     ~tp();
     tp(const tp &) = delete;
     tp &operator=(const tp &) = delete;
