@@ -109,6 +109,7 @@ void read_node(const toml::table &root, config &result, collector &findings)
     one.number("attaches_per_process", 1, 1'000'000, result.attaches_per_process);
     one.number("attaches_per_user", 1, 1'000'000, result.attaches_per_user);
     one.number("conversations_per_process", 1, 1'000'000, result.conversations_per_process);
+    one.number("conversations_per_user", 1, 10'000'000, result.conversations_per_user);
     one.texts("allowed_users", system_user_rule, result.allowed_users);
     one.unknown_keys();
 }
@@ -251,13 +252,18 @@ void read_programs(const toml::table &root, config &result, collector &findings)
         std::size_t instances = 0;
         one.choice("instances", {"one", "each"}, instances);
         entry.one_for_all = instances == 0;
+        one.number("max_instances", 1, 10'000, entry.most_instances);
+        if (entry.one_for_all && one.has("max_instances"))
+        {
+            findings.error(one.where("max_instances"), "max_instances, expected it only with instances = \"each\"");
+        }
         std::size_t position = 0;
         one.choice("conversation_type", {"any", "basic", "mapped"}, position);
         entry.conversation_types = static_cast<accepts>(position);
         position = 0;
         one.choice("sync_level", {"any", "none", "confirm"}, position);
         entry.sync_levels = static_cast<accepts>(position);
-        for (const char *key : {"arguments", "user", "environment", "instances"})
+        for (const char *key : {"arguments", "user", "environment", "instances", "max_instances"})
         {
             if (entry.command.empty() && one.has(key))
             {

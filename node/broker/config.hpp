@@ -57,6 +57,7 @@ struct program_entry
     std::string user; // "": the broker's own
     std::vector<std::pair<std::string, std::string>> environment;
     bool one_for_all = true; // else one process for each attach
+    std::uint32_t most_instances = 50; // of one for each
     accepts conversation_types = accepts::any;
     accepts sync_levels = accepts::any;
 };
@@ -73,13 +74,14 @@ struct config
     std::uint32_t trace_file_limit = 64u << 20;
     bool trace = false;
     bool audit = true;
-    bool already_verified = false; // security same carries the allocating user's name to the accepting program
+    bool already_verified = true; // security same carries the allocating user's name to the accepting program
     std::uint32_t connections_per_process = 16;
     std::uint32_t connections_per_user = 4096;
     std::uint32_t attaches_per_process = 2000; // sessions without an accepting program yet
     std::uint32_t attaches_per_user = 8000;
-    std::uint32_t conversations_per_process = 20'000; // of all kinds
-    std::vector<std::string> allowed_users;           // beside the broker's own and root
+    std::uint32_t conversations_per_process = 20'000; // ends of conversations and requests that wait
+    std::uint32_t conversations_per_user = 100'000;
+    std::vector<std::string> allowed_users; // beside the broker's own and root
 
     std::vector<lu_entry> lus; // the first is the default LU
     std::vector<lu_entry> partner_lus;

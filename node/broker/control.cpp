@@ -251,7 +251,8 @@ json show_names(desk &node)
             std::size_t accepts = 0;
             for (const auto &[correlation, r] : owner.requests)
             {
-                accepts += r.accepts && std::find(r.tp_names.begin(), r.tp_names.end(), name) != r.tp_names.end();
+                accepts += r.accepts && std::any_of(r.tp_names.begin(), r.tp_names.end(),
+                                                    [&](const std::string *one) { return *one == name; });
             }
             rows.push_back({{"tp_name", tp_name_text(name)},
                             {"program", owner.program},
@@ -322,7 +323,7 @@ json session_row(desk &node, const session &s, const counted_ends &counted)
             {"mode", s.way.mode},
             {"type", s.conv_type == 0 ? "basic" : "mapped"},
             {"sync_level", s.sync_level == 0 ? "none" : "confirm"},
-            {"from_pid", s.allocator_pid},
+            {"from_pid", s.allocated_by.pid},
             {"to_pid", s.acceptor_pid == 0 ? json(nullptr) : json(s.acceptor_pid)},
             {"from_state", state_of(from)},
             {"to_state", state_of(to)},

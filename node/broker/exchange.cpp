@@ -6,28 +6,6 @@
 
 namespace broker {
 
-namespace {
-
-// Counts one down; an entry that has come to nothing goes.
-template <class Map, class Key>
-void count_down(Map &counts, const Key &key)
-{
-    auto found = counts.find(key);
-    if (found != counts.end() && --found->second == 0)
-    {
-        counts.erase(found);
-    }
-}
-
-template <class Map, class Key>
-std::uint32_t count_of(const Map &counts, const Key &key)
-{
-    auto found = counts.find(key);
-    return found == counts.end() ? 0 : found->second;
-}
-
-} // namespace
-
 exchange::exchange(outside &world, config settings, std::uint32_t broker_pid)
     : world_(world), config_(std::move(settings)), broker_pid_(broker_pid)
 {
@@ -35,13 +13,12 @@ exchange::exchange(outside &world, config settings, std::uint32_t broker_pid)
 
 bool exchange::connected(connection_id id, peer who, milliseconds now)
 {
-    if (count_of(connections_of_process_, who.pid) >= config_.connections_per_process ||
-        count_of(connections_of_user_, who.uid) >= config_.connections_per_user)
+    if (usage_of_process(who).connections >= config_.connections_per_process ||
+        usage_of_user(who).connections >= config_.connections_per_user)
     {
         return false;
     }
-    ++connections_of_process_[who.pid];
-    ++connections_of_user_[who.uid];
+    count(who, &usage::connections, 1);
     connection &added = connections_[id];
     added.id = id;
     added.who = std::move(who);
@@ -63,14 +40,9 @@ void exchange::disconnected(connection_id id, milliseconds now)
     {
         forget_request(gone, gone.requests.begin()->first);
     }
-    for (const std::string &name : gone.names)
+    while (!gone.names.empty())
     {
-        auto owners = names_.find(name);
-        owners->second.erase(id);
-        if (owners->second.empty())
-        {
-            names_.erase(owners);
-        }
+        forget_name(gone, *gone.names.begin());
     }
     // Ending a session may serve others and touches the set; go over a copy.
     for (session_id ended : std::vector<session_id>(gone.sessions.begin(), gone.sessions.end()))
@@ -84,8 +56,7 @@ void exchange::disconnected(connection_id id, milliseconds now)
             }
         }
     }
-    count_down(connections_of_process_, gone.who.pid);
-    count_down(connections_of_user_, gone.who.uid);
+    count(gone.who, &usage::connections, -1);
     connections_.erase(found);
 }
 
@@ -96,9 +67,10 @@ void exchange::forget_request(connection &of, std::uint32_t correlation)
     if (r.accepts)
     {
         accepts_.erase(r.order);
-        for (const std::string &name : r.tp_names)
+        count(of.who, &usage::awaited, -static_cast<std::int64_t>(r.tp_names.size()));
+        for (const std::string *name : r.tp_names)
         {
-            auto waiters = accepts_by_name_.find(name);
+            auto waiters = accepts_by_name_.find(*name);
             if (waiters != accepts_by_name_.end())
             {
                 waiters->second.erase(r.order);
@@ -112,7 +84,7 @@ void exchange::forget_request(connection &of, std::uint32_t correlation)
     else
     {
         timers_.erase({r.deadline, alarm::allocation, of.id, correlation});
-        auto waiters = allocations_.find(r.way);
+        auto waiters = allocations_.find(sessions_of(r.way));
         waiters->second.erase(r.order);
         if (waiters->second.empty())
         {
@@ -120,6 +92,20 @@ void exchange::forget_request(connection &of, std::uint32_t correlation)
         }
     }
     of.requests.erase(found);
+    count(of.who, &usage::conversations, -1);
+}
+
+// A program's name goes; no accept of it waits for the name any more.
+void exchange::forget_name(connection &of, std::string name)
+{
+    auto owners = names_.find(name);
+    owners->second.erase(of.id);
+    if (owners->second.empty())
+    {
+        names_.erase(owners);
+    }
+    of.names.erase(name);
+    count(of.who, &usage::names, -1);
 }
 
 void exchange::tick(milliseconds now)
@@ -156,19 +142,13 @@ std::optional<milliseconds> exchange::next_deadline() const
 
 std::uint32_t exchange::running(const std::string &tp_name) const
 {
-    return count_of(running_, tp_name);
-}
-
-bool exchange::attach_quota_left(const peer &who) const
-{
-    return count_of(held_of_process_, who.pid) < config_.attaches_per_process &&
-           count_of(held_of_user_, who.uid) < config_.attaches_per_user;
+    auto found = running_.find(tp_name);
+    return found == running_.end() ? 0 : found->second;
 }
 
 void exchange::no_longer_held(const session &s)
 {
-    count_down(held_of_process_, s.allocator_pid);
-    count_down(held_of_user_, s.allocator_uid);
+    count(s.allocated_by, &usage::held, -1);
 }
 
 reload_report exchange::reconfigure(config settings, milliseconds now)
@@ -205,6 +185,19 @@ reload_report exchange::reconfigure(config settings, milliseconds now)
             settings.modes.push_back(*config_.find_mode(mode));
             report.kept.push_back("mode " + (mode.empty() ? "(blank)" : mode) + " has conversations and stays");
         }
+    }
+    auto at_start = [&](const char *key, bool on) {
+        report.kept.push_back(std::string(key) + " = " + (on ? "true" : "false") +
+                              " holds from the next start on; cpicnode " + key + (on ? " on" : " off") +
+                              " switches it now");
+    };
+    if (settings.trace != config_.trace)
+    {
+        at_start("trace", settings.trace);
+    }
+    if (settings.audit != config_.audit)
+    {
+        at_start("audit", settings.audit);
     }
     config_ = std::move(settings);
     // A raised session limit may serve those who wait.

@@ -12,6 +12,7 @@
 #pragma once
 
 #include "broker/config.hpp"
+#include "broker/secret.hpp"
 #include "wire/broker.hpp"
 #include "wire/node_file.hpp"
 
@@ -68,8 +69,8 @@ struct outside
     virtual void drop_session(session_id session) = 0;
     // Closes a connection that has broken the rules; disconnected() follows later.
     virtual void close_connection(connection_id connection, const char *reason) = 0;
-    // Checks a password against a hash of crypt(3); verified() follows later.
-    virtual void verify(session_id session, const std::string &hash, const std::string &password) = 0;
+    // Checks a password against a hash of crypt(3), of processes in turn; verified() follows later.
+    virtual void verify(session_id session, std::int32_t process, const std::string &hash, secret password) = 0;
     // Starts a program for an attach; program_ended() follows, never at once, when it has ended or could not be started.
     virtual void start_program(const program_entry &program, const std::string &local_alias) = 0;
     // Appends to a file of the node, for a program that may not write it; more: the next one goes on with the record.
@@ -91,10 +92,21 @@ struct peer
 {
     std::uint32_t uid;
     std::int32_t pid;
-    std::string user; // name of the uid
+    std::string user;   // name of the uid
+    bool owner = false; // the node's own user, or root
 };
 
-// Sessions are counted by who allocates from where to whom.
+// What one process, or one user, has of the node.
+struct usage
+{
+    std::uint32_t connections = 0;
+    std::uint32_t held = 0;          // sessions without an accepting program yet, by the allocating end
+    std::uint32_t conversations = 0; // ends of sessions, and requests that wait
+    std::uint32_t names = 0;         // TP names
+    std::uint32_t awaited = 0;       // TP names of waiting accepts
+    bool operator==(const usage &) const = default;
+};
+
 struct route
 {
     std::string local;   // alias of the allocating LU
@@ -102,6 +114,12 @@ struct route
     std::string mode;
     auto operator<=>(const route &) const = default;
 };
+
+// A session is one of two LUs and a mode, whoever allocates: both directions count together.
+inline route sessions_of(const route &way)
+{
+    return way.local <= way.partner ? way : route{way.partner, way.local, way.mode};
+}
 
 enum class session_state
 {
@@ -120,15 +138,16 @@ struct session
     std::string local_name; // network-qualified, of the allocating LU
     connection_id allocator = 0; // 0: that end is done
     connection_id acceptor = 0;
-    std::uint32_t allocator_uid = 0;
-    std::int32_t allocator_pid = 0;
+    peer allocated_by{};
     std::int32_t acceptor_pid = 0;
     std::string tp_name; // 64 bytes
     std::uint8_t conv_type = 0;
     std::uint8_t sync_level = 0;
     std::uint8_t security = 0;
-    std::string user;     // what the accepting program will see; "": blank
-    std::string password; // wiped as soon as it has been handed to the check
+    std::string user;          // what the accepting program will see; "": blank
+    secret password;           // until it is handed to the check
+    bool user_known = false;   // while checking: else the verdict is no, whatever the check says
+    bool program_started = false; // one was, for this attach alone
     std::uint64_t order = 0;   // of the attach
     milliseconds deadline = 0; // while queued
     milliseconds since = 0;    // of its state
@@ -143,7 +162,20 @@ struct request
     milliseconds deadline = 0;         // allocation
     route way;                         // allocation
     wire::allocate wanted{};           // allocation
-    std::vector<std::string> tp_names; // accept, 64 bytes each
+    std::vector<const std::string *> tp_names; // accept; each one of the connection's own
+
+    request() = default;
+    request(request &&) = default;
+    request &operator=(request &&) = default;
+    ~request() { explicit_bzero(wanted.password, sizeof wanted.password); }
+};
+
+// The attaches that wait for one TP name.
+struct attach_queue
+{
+    std::map<std::uint64_t, session_id> waiting; // oldest first
+    std::map<std::uint32_t, std::uint32_t> of_user; // how many, by the allocating user
+    std::map<std::pair<std::uint32_t, std::int32_t>, std::uint32_t> of_process; // by its user and itself
 };
 
 struct connection
@@ -185,8 +217,9 @@ public:
     const std::map<connection_id, connection> &connections() const { return connections_; }
     const std::map<session_id, session> &sessions() const { return sessions_; }
     const std::unordered_map<std::string, std::set<connection_id>> &names() const { return names_; }
-    const std::map<route, std::uint32_t> &routes() const { return in_use_; }
+    const std::map<route, std::uint32_t> &routes() const { return in_use_; } // as sessions_of() has them
     std::uint32_t running(const std::string &tp_name) const; // processes started for a configured program
+    std::size_t processes_counted() const { return usage_of_process_.size(); } // that have anything of the node
     std::uint64_t accepted_total() const { return accepted_total_; }
     std::uint64_t refused_total() const { return refused_total_; }
 
@@ -237,16 +270,24 @@ private:
     void serve_waiting_allocations(const route &way, milliseconds now);
     void check_attach(session &s, milliseconds now);
     void place_attach(session &s, milliseconds now);
-    void start_program_for(const session &s);
+    void start_program_for(session &s);
     void connect(session &s, connection &acceptor, std::uint32_t correlation, milliseconds now);
+    void enter_queue(session &s, milliseconds now);
     void leave_queue(const session &s);
+    bool make_room(const session &s, milliseconds now);
     void refuse(session &s, std::uint32_t sense, milliseconds now);
     void end_is_done(session &s, bool allocating_end, milliseconds now);
-    bool attach_quota_left(const peer &who) const;
     void no_longer_held(const session &s);
     std::uint32_t unavailable_sense(const std::string &tp_name) const;
     void release(session &s, milliseconds now);
     void forget_request(connection &of, std::uint32_t correlation);
+    void forget_name(connection &of, std::string name);
+
+    // usage.cpp
+    usage usage_of_process(const peer &who) const;
+    usage usage_of_user(const peer &who) const;
+    void count(const peer &who, std::uint32_t usage::*what, std::int64_t change);
+    bool conversation_quota_left(const peer &who) const;
 
     outside &world_;
     config config_;
@@ -257,18 +298,16 @@ private:
     std::uint64_t last_order_ = 0;
     std::set<timer> timers_;
     std::map<route, std::uint32_t> in_use_;                              // sessions of a route
-    std::map<route, std::map<std::uint64_t, waiting>> allocations_;      // waiting, oldest first
+    std::map<route, std::map<std::uint64_t, waiting>> allocations_;      // waiting, oldest first; as sessions_of()
     std::map<std::uint64_t, waiting> accepts_;                           // waiting, oldest first
     std::unordered_map<std::string, std::set<std::uint64_t>> accepts_by_name_;
-    std::unordered_map<std::string, std::map<std::uint64_t, session_id>> queues_; // attaches by TP name
+    std::unordered_map<std::string, attach_queue> queues_; // by TP name; none is empty
     std::unordered_map<std::string, std::set<connection_id>> names_;     // who will accept what
     std::unordered_set<std::string> names_ever_;                         // since the broker started
     std::unordered_map<std::string, std::uint32_t> running_;             // started processes by TP name
     std::unordered_set<std::string> started_and_accepted_;               // TP names whose process has accepted
-    std::map<std::uint32_t, std::uint32_t> connections_of_user_;
-    std::map<std::int32_t, std::uint32_t> connections_of_process_;
-    std::map<std::uint32_t, std::uint32_t> held_of_user_; // sessions whose accepting end the broker holds, by the
-    std::map<std::int32_t, std::uint32_t> held_of_process_; // allocating user and process
+    std::map<std::int32_t, usage> usage_of_process_; // those that have anything
+    std::map<std::uint32_t, usage> usage_of_user_;
     std::uint64_t accepted_total_ = 0;
     std::uint64_t refused_total_ = 0;
 };

@@ -5,13 +5,18 @@
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
 
 namespace broker {
 
 namespace {
 
 constexpr std::size_t max_names_of_program = 4096; // TP names that one program may have
+constexpr std::size_t max_names_of_user = 100'000; // of all its programs
 constexpr std::size_t max_names_ever = 100'000;    // names remembered after their program has gone
+// Names that the waiting accepts of one process, or of all of a user, list in all.
+constexpr std::size_t max_awaited_of_process = 100'000;
+constexpr std::size_t max_awaited_of_user = 400'000;
 
 template <class Message>
 Message decode(std::span<const std::byte> bytes)
@@ -63,8 +68,12 @@ void exchange::message(connection_id id, std::span<const std::byte> bytes, milli
         on_remove_name(from, decode<wire::name_change>(bytes));
         break;
     case wire::message_kind::allocate:
-        on_allocate(from, decode<wire::allocate>(bytes), now);
+    {
+        auto wanted = decode<wire::allocate>(bytes);
+        on_allocate(from, wanted, now);
+        explicit_bzero(wanted.password, sizeof wanted.password);
         break;
+    }
     case wire::message_kind::accept:
         on_accept(from, decode<wire::accept>(bytes), bytes.subspan(sizeof(wire::accept)), now);
         break;
@@ -179,12 +188,13 @@ void exchange::on_add_name(connection &from, const wire::name_change &message)
     }
     if (!from.names.contains(name))
     {
-        if (from.names.size() >= max_names_of_program)
+        if (from.names.size() >= max_names_of_program || usage_of_user(from.who).names >= max_names_of_user)
         {
             reply_done(from.id, message.head.correlation, wire::rc_unexpected_system_error);
             return;
         }
         from.names.insert(name);
+        count(from.who, &usage::names, 1);
         names_[name].insert(from.id);
         if (names_ever_.size() < max_names_ever)
         {
@@ -197,16 +207,11 @@ void exchange::on_add_name(connection &from, const wire::name_change &message)
 void exchange::on_remove_name(connection &from, const wire::name_change &message)
 {
     std::string name = tp_name_bytes(message.tp_name);
-    if (from.names.erase(name) == 0)
+    auto own = from.names.find(name);
+    if (own == from.names.end())
     {
         reply_done(from.id, message.head.correlation, wire::rc_parameter_check, wire::rc_bad_tp_name);
         return;
-    }
-    auto owners = names_.find(name);
-    owners->second.erase(from.id);
-    if (owners->second.empty())
-    {
-        names_.erase(owners);
     }
     // Accepts that wait for this name wait for the rest of theirs; one without a rest would wait for ever.
     std::vector<std::uint32_t> without_a_name;
@@ -222,7 +227,8 @@ void exchange::on_remove_name(connection &from, const wire::name_change &message
                 continue;
             }
             request &r = from.requests.at(waiter.correlation);
-            std::erase(r.tp_names, name);
+            std::erase(r.tp_names, &*own);
+            count(from.who, &usage::awaited, -1);
             if (r.tp_names.empty())
             {
                 without_a_name.push_back(waiter.correlation);
@@ -239,6 +245,7 @@ void exchange::on_remove_name(connection &from, const wire::name_change &message
         forget_request(from, correlation);
         answer_accept(from.id, correlation, wire::rc_parameter_check, wire::rc_bad_tp_name);
     }
+    forget_name(from, name);
     reply_done(from.id, message.head.correlation, wire::rc_ok);
 }
 
@@ -284,12 +291,13 @@ void exchange::on_allocate(connection &from, const wire::allocate &message, mill
         return refuse_with(wire::rc_bad_mode);
     }
     route way{local->alias, partner->alias, mode};
-    if (!attach_quota_left(from.who) || from.requests.size() + from.sessions.size() >= config_.conversations_per_process)
+    if (usage_of_process(from.who).held >= config_.attaches_per_process ||
+        usage_of_user(from.who).held >= config_.attaches_per_user || !conversation_quota_left(from.who))
     {
         answer_allocation(from.id, message.head.correlation, wire::rc_allocation_error,
                           wire::rc_allocation_failure_retry);
     }
-    else if (session_free(way) && !allocations_.contains(way))
+    else if (session_free(way) && !allocations_.contains(sessions_of(way)))
     {
         grant(from, message, way, now);
     }
@@ -305,7 +313,8 @@ void exchange::on_allocate(connection &from, const wire::allocate &message, mill
         r.deadline = now + config_.allocation_wait_ms;
         r.way = way;
         r.wanted = message;
-        allocations_[way][r.order] = {from.id, r.correlation};
+        count(from.who, &usage::conversations, 1);
+        allocations_[sessions_of(way)][r.order] = {from.id, r.correlation};
         timers_.insert({r.deadline, alarm::allocation, from.id, r.correlation});
     }
 }
@@ -320,9 +329,10 @@ void exchange::on_accept(connection &from, const wire::accept &message, std::spa
     {
         std::string name(reinterpret_cast<const char *>(names.data()) + i * wire::tp_name_size, wire::tp_name_size);
         // A name that the program does not have is passed over: another of its threads may just have released it.
-        if (from.names.contains(name))
+        auto own = from.names.find(name);
+        if (own != from.names.end())
         {
-            r.tp_names.push_back(std::move(name));
+            r.tp_names.push_back(&*own);
         }
     }
     if (r.tp_names.empty())
@@ -330,7 +340,11 @@ void exchange::on_accept(connection &from, const wire::accept &message, std::spa
         answer_accept(from.id, r.correlation, wire::rc_parameter_check, wire::rc_bad_tp_name);
         return;
     }
-    if (from.requests.size() + from.sessions.size() >= config_.conversations_per_process)
+    std::sort(r.tp_names.begin(), r.tp_names.end(), std::less<>());
+    r.tp_names.erase(std::unique(r.tp_names.begin(), r.tp_names.end()), r.tp_names.end());
+    if (!conversation_quota_left(from.who) ||
+        usage_of_process(from.who).awaited + r.tp_names.size() > max_awaited_of_process ||
+        usage_of_user(from.who).awaited + r.tp_names.size() > max_awaited_of_user)
     {
         answer_accept(from.id, r.correlation, wire::rc_unexpected_system_error);
         return;
@@ -338,12 +352,12 @@ void exchange::on_accept(connection &from, const wire::accept &message, std::spa
     // The oldest attach among all the names.
     std::map<std::uint64_t, session_id>::iterator oldest;
     bool found = false;
-    for (const std::string &name : r.tp_names)
+    for (const std::string *name : r.tp_names)
     {
-        auto queue = queues_.find(name);
-        if (queue != queues_.end() && (!found || queue->second.begin()->first < oldest->first))
+        auto queue = queues_.find(*name);
+        if (queue != queues_.end() && (!found || queue->second.waiting.begin()->first < oldest->first))
         {
-            oldest = queue->second.begin();
+            oldest = queue->second.waiting.begin();
             found = true;
         }
     }
@@ -354,10 +368,12 @@ void exchange::on_accept(connection &from, const wire::accept &message, std::spa
     }
     r.order = ++last_order_;
     accepts_[r.order] = {from.id, r.correlation};
-    for (const std::string &name : r.tp_names)
+    for (const std::string *name : r.tp_names)
     {
-        accepts_by_name_[name].insert(r.order);
+        accepts_by_name_[*name].insert(r.order);
     }
+    count(from.who, &usage::conversations, 1);
+    count(from.who, &usage::awaited, static_cast<std::int64_t>(r.tp_names.size()));
     from.requests[r.correlation] = std::move(r);
 }
 
@@ -424,14 +440,21 @@ void exchange::on_query_side_info(connection &from, const wire::query_side_info 
         to_ascii(field(148, 8), entry->mode);
         number(156, entry->security);
         to_ascii(field(160, 10), entry->user);
-        to_ascii(field(170, 10), entry->password);
+        if (from.who.owner) // its passwords are not for others
+        {
+            to_ascii(field(170, 10), entry->password);
+        }
+        else
+        {
+            to_ascii(field(170, 10), "");
+        }
         if (!entry->local_lu.empty())
         {
             to_ascii(field(180, 8), entry->local_lu);
         }
     }
     reply(from.id, answer, wire::message_kind::side_info, message.head.correlation);
-    std::memset(answer.record, 0, sizeof answer.record);
+    explicit_bzero(answer.record, sizeof answer.record);
 }
 
 } // namespace broker

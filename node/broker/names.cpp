@@ -100,6 +100,22 @@ std::string from_ascii(std::span<const std::uint8_t> field)
     return text;
 }
 
+secret secret_from_ebcdic(std::span<const std::uint8_t> field)
+{
+    char text[secret::most];
+    std::size_t size = 0;
+    for (std::uint8_t byte : without_padding(field, 0x40))
+    {
+        if (size < sizeof text)
+        {
+            text[size++] = ascii_of_ebcdic[byte];
+        }
+    }
+    secret made(std::string_view(text, size));
+    explicit_bzero(text, sizeof text);
+    return made;
+}
+
 std::string tp_name_bytes(std::string_view text)
 {
     std::uint8_t field[wire::tp_name_size];

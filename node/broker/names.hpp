@@ -3,6 +3,7 @@
 // the 64 bytes they are (a service TP name is no text). Pure functions.
 #pragma once
 
+#include "broker/secret.hpp"
 #include "wire/broker.hpp"
 
 #include <cstdint>
@@ -21,6 +22,7 @@ void to_ascii(std::span<std::uint8_t> field, std::string_view text);
 // as 0x1A, which no configured name has.
 std::string from_ebcdic(std::span<const std::uint8_t> field);
 std::string from_ascii(std::span<const std::uint8_t> field);
+secret secret_from_ebcdic(std::span<const std::uint8_t> field); // the same, leaving no other copy
 
 // A TP name as 64 bytes EBCDIC.
 std::string tp_name_bytes(std::string_view text);                // application TP, text of at most 64 characters

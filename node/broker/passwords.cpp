@@ -1,19 +1,20 @@
 // passwords.cpp - the thread that checks passwords.
 #include "broker/passwords.hpp"
 
+#include "broker/names.hpp"
+
 #include <crypt.h>
-#include <csignal>
 #include <memory>
-#include <string.h>
 #include <sys/eventfd.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace broker {
 
-bool password_matches(const std::string &password, const std::string &hash)
+bool password_matches(const char *password, const std::string &hash)
 {
     auto scratch = std::make_unique<crypt_data>();
-    const char *made = crypt_r(password.c_str(), hash.c_str(), scratch.get());
+    const char *made = crypt_r(password, hash.c_str(), scratch.get());
     // A failure gives a text beginning with '*', which no hash has. All characters are compared whatever they are.
     bool good = made != nullptr && made[0] != '*' && hash.size() == strlen(made);
     unsigned char difference = 0;
@@ -48,14 +49,29 @@ bool password_checker::open()
     return event_ >= 0;
 }
 
-void password_checker::check(std::uint32_t session, const std::string &hash, const std::string &password)
+void password_checker::tell(verdict one)
+{
+    verdicts_.push_back(one);
+    std::uint64_t count = 1;
+    [[maybe_unused]] ssize_t written = write(event_, &count, sizeof count);
+}
+
+void password_checker::check(std::uint32_t session, std::int32_t process, const std::string &hash, secret password)
 {
     std::lock_guard guard(lock_);
     if (!worker_.joinable())
     {
-        worker_ = std::thread([this] { work(); });
+        try
+        {
+            worker_ = std::thread([this] { work(); });
+        }
+        catch (const std::system_error &) // the limit of threads is reached
+        {
+            tell({session, password_matches(password.text(), hash)});
+            return;
+        }
     }
-    jobs_.push_back({session, hash, password});
+    jobs_[process].push_back({session, hash, std::move(password)});
     wake_.notify_one();
 }
 
@@ -71,25 +87,43 @@ std::vector<password_checker::verdict> password_checker::take()
     return taken;
 }
 
+// Takes the oldest job of the process that comes after the one served last. False: there is none.
+bool password_checker::next_job(job &next)
+{
+    auto turn = jobs_.upper_bound(last_process_);
+    if (turn == jobs_.end())
+    {
+        turn = jobs_.begin();
+    }
+    if (turn == jobs_.end())
+    {
+        return false;
+    }
+    last_process_ = turn->first;
+    next = std::move(turn->second.front());
+    turn->second.pop_front();
+    if (turn->second.empty())
+    {
+        jobs_.erase(turn);
+    }
+    return true;
+}
+
 void password_checker::work()
 {
     std::unique_lock guard(lock_);
     for (;;)
     {
-        wake_.wait(guard, [this] { return ending_ || !jobs_.empty(); });
+        job next{};
+        wake_.wait(guard, [&] { return ending_ || next_job(next); });
         if (ending_)
         {
             return;
         }
-        job next = std::move(jobs_.front());
-        jobs_.pop_front();
         guard.unlock();
-        bool good = password_matches(next.password, next.hash);
-        explicit_bzero(next.password.data(), next.password.size());
+        bool good = password_matches(next.password.text(), next.hash);
         guard.lock();
-        verdicts_.push_back({next.session, good});
-        std::uint64_t one = 1;
-        [[maybe_unused]] ssize_t written = write(event_, &one, sizeof one);
+        tell({next.session, good});
     }
 }
 

@@ -1,10 +1,14 @@
 // passwords.hpp - checks passwords against hashes of crypt(3) in a thread of its own, because a good hash takes its
-// time and the broker must not wait. The thread starts with the first check. Passwords are wiped after use.
+// time and the broker must not wait. The thread starts with the first check; where it cannot, checks are made on the
+// spot. Processes take turns, so that one that tries many passwords makes the others wait for one check of its own only.
 #pragma once
 
-#include <cstdint>
+#include "broker/secret.hpp"
+
 #include <condition_variable>
+#include <cstdint>
 #include <deque>
+#include <map>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -28,7 +32,7 @@ public:
 
     bool open();                            // false: no descriptor
     int descriptor() const { return event_; } // readable when verdicts are there
-    void check(std::uint32_t session, const std::string &hash, const std::string &password);
+    void check(std::uint32_t session, std::int32_t process, const std::string &hash, secret password);
     std::vector<verdict> take();
 
 private:
@@ -36,20 +40,23 @@ private:
     {
         std::uint32_t session;
         std::string hash;
-        std::string password;
+        secret password;
     };
     void work();
+    bool next_job(job &next);
+    void tell(verdict one);
 
     int event_ = -1;
     std::thread worker_;
     std::mutex lock_; // of what follows
     std::condition_variable wake_;
-    std::deque<job> jobs_;
+    std::map<std::int32_t, std::deque<job>> jobs_; // by process; none is empty
+    std::int32_t last_process_ = 0;                // whose turn it was
     std::vector<verdict> verdicts_;
     bool ending_ = false;
 };
 
 // True when a password belongs to a hash of crypt(3).
-bool password_matches(const std::string &password, const std::string &hash);
+bool password_matches(const char *password, const std::string &hash);
 
 } // namespace broker

@@ -256,6 +256,7 @@ void server::read_connection(connection_id id)
                 found->second.counters.open(descriptor); // with no room for it the program goes uncounted
             }
             exchange_.message(id, std::span(buffer_.data(), static_cast<std::size_t>(size)), now());
+            explicit_bzero(buffer_.data(), static_cast<std::size_t>(size)); // a password may have been in it
         }
         if (descriptor >= 0)
         {

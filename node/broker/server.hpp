@@ -94,7 +94,7 @@ private:
     void refuse(session_id session, std::uint32_t sense) override;
     void drop_session(session_id session) override;
     void close_connection(connection_id connection, const char *reason) override;
-    void verify(session_id session, const std::string &hash, const std::string &password) override;
+    void verify(session_id session, std::int32_t process, const std::string &hash, secret password) override;
     void start_program(const program_entry &program, const std::string &local_alias) override;
     void record(connection_id from, wire::node_file_kind file, bool more, std::string_view text) override;
     void control(connection_id from, std::uint32_t correlation, bool json, const std::string &command) override;

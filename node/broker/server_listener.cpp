@@ -104,8 +104,9 @@ bool server::accept_one(int fd)
     ucred who;
     socklen_t size = sizeof who;
     bool good = getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &who, &size) == 0;
-    peer identity{good ? who.uid : 0, good ? who.pid : 0, good ? name_of_user(who.uid) : ""};
+    peer identity{good ? who.uid : 0, good ? who.pid : 0, good ? name_of_user(who.uid) : "", false};
     bool owner = good && (who.uid == geteuid() || who.uid == 0);
+    identity.owner = owner;
     if (!good || (!owner && !exchange_.settings().lets_in(identity.user)))
     {
         log_line("refused a connection of user " + identity.user + ", who is not allowed here");

@@ -238,9 +238,9 @@ void server::drop_session(session_id id)
     held_.erase(found);
 }
 
-void server::verify(session_id session, const std::string &hash, const std::string &password)
+void server::verify(session_id session, std::int32_t process, const std::string &hash, secret password)
 {
-    passwords_.check(session, hash, password);
+    passwords_.check(session, process, hash, std::move(password));
 }
 
 void server::start_program(const program_entry &program, const std::string &local_alias)

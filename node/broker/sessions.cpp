@@ -3,15 +3,16 @@
 #include "broker/exchange.hpp"
 #include "broker/names.hpp"
 
+#include <algorithm>
+#include <cstdint>
 #include <cstring>
-#include <string.h>
 
 namespace broker {
 
 bool exchange::session_free(const route &way) const
 {
     const mode_entry *mode = config_.find_mode(way.mode);
-    auto used = in_use_.find(way);
+    auto used = in_use_.find(sessions_of(way));
     return mode == nullptr || mode->session_limit == 0 || used == in_use_.end() || used->second < mode->session_limit;
 }
 
@@ -35,26 +36,26 @@ void exchange::grant(connection &to, const wire::allocate &wanted, const route &
     s.way = way;
     s.local_name = local->name;
     s.allocator = to.id;
-    s.allocator_uid = to.who.uid;
-    s.allocator_pid = to.who.pid;
+    s.allocated_by = to.who;
     s.tp_name = tp_name_bytes(wanted.tp_name);
     s.conv_type = wanted.conv_type;
     s.sync_level = wanted.sync_level;
     s.security = wanted.security;
     s.since = now;
-    if (wanted.security == 1 && config_.already_verified)
+    // A name that does not fit is left out: cut off it might be another user's.
+    if (wanted.security == 1 && config_.already_verified && to.who.user.size() <= sizeof wanted.user_id)
     {
-        s.user = to.who.user.substr(0, sizeof wanted.user_id);
+        s.user = to.who.user;
     }
     else if (wanted.security >= 2)
     {
         s.user = from_ebcdic(wanted.user_id);
-        s.password = from_ebcdic(wanted.password);
+        s.password = secret_from_ebcdic(wanted.password);
     }
-    ++in_use_[way];
-    ++held_of_process_[s.allocator_pid];
-    ++held_of_user_[s.allocator_uid];
+    ++in_use_[sessions_of(way)];
+    count(to.who, &usage::held, 1);
     to.sessions.insert(id);
+    count(to.who, &usage::conversations, 1);
 
     wire::allocated answer{};
     answer.session = id;
@@ -64,14 +65,17 @@ void exchange::grant(connection &to, const wire::allocate &wanted, const route &
 
 void exchange::serve_waiting_allocations(const route &way, milliseconds now)
 {
-    for (auto waiters = allocations_.find(way); waiters != allocations_.end() && session_free(way);
-         waiters = allocations_.find(way))
+    const route both = sessions_of(way);
+    for (auto waiters = allocations_.find(both); waiters != allocations_.end() && session_free(both);
+         waiters = allocations_.find(both))
     {
         waiting next = waiters->second.begin()->second;
         connection &to = connections_.at(next.connection);
         wire::allocate wanted = to.requests.at(next.correlation).wanted;
+        const route own = to.requests.at(next.correlation).way;
         forget_request(to, next.correlation);
-        grant(to, wanted, way, now);
+        grant(to, wanted, own, now);
+        explicit_bzero(wanted.password, sizeof wanted.password);
     }
 }
 
@@ -119,19 +123,16 @@ void exchange::check_attach(session &s, milliseconds now)
     }
     if (s.security >= 2)
     {
+        // The password of a user whom nobody knows is checked like any other, so that the time tells nothing.
+        static const std::string nobody = "$6$nobody$";
         const user_entry *user = config_.find_user(s.user);
-        std::string password;
-        password.swap(s.password);
-        if (user != nullptr)
-        {
-            s.state = session_state::checking;
-            world_.verify(s.id, user->password_hash, password);
-        }
-        explicit_bzero(password.data(), password.size());
-        if (user == nullptr)
-        {
-            refuse(s, wire::sense_security_not_valid, now);
-        }
+        const std::string &hash = user != nullptr          ? user->password_hash
+                                  : config_.users.empty() ? nobody
+                                                          : config_.users.front().password_hash;
+        s.user_known = user != nullptr;
+        s.state = session_state::checking;
+        s.since = now;
+        world_.verify(s.id, s.allocated_by.pid, hash, std::move(s.password));
         return;
     }
     place_attach(s, now);
@@ -144,7 +145,7 @@ void exchange::verified(session_id id, bool good, milliseconds now)
     {
         return;
     }
-    if (good)
+    if (good && found->second.user_known)
     {
         place_attach(found->second, now);
     }
@@ -172,30 +173,77 @@ void exchange::place_attach(session &s, milliseconds now)
         connect(s, acceptor, longest.correlation, now);
         return;
     }
-    auto queue = queues_.find(s.tp_name);
-    std::size_t depth = queue == queues_.end() ? 0 : queue->second.size();
-    if (depth >= config_.attach_queue_depth)
+    if (config_.attach_queue_depth == 0)
     {
-        refuse(s, depth == 0 ? unavailable_sense(s.tp_name) : wire::sense_tp_not_available_retry, now);
-        return;
+        return refuse(s, unavailable_sense(s.tp_name), now);
     }
+    auto queue = queues_.find(s.tp_name);
+    if (queue != queues_.end() && queue->second.waiting.size() >= config_.attach_queue_depth && !make_room(s, now))
+    {
+        return refuse(s, wire::sense_tp_not_available_retry, now);
+    }
+    enter_queue(s, now);
+    start_program_for(s);
+}
+
+void exchange::enter_queue(session &s, milliseconds now)
+{
     s.state = session_state::queued;
     s.since = now;
     s.order = ++last_order_;
     s.deadline = now + config_.attach_wait_ms;
-    queues_[s.tp_name][s.order] = s.id;
+    attach_queue &queue = queues_[s.tp_name];
+    queue.waiting[s.order] = s.id;
+    ++queue.of_user[s.allocated_by.uid];
+    ++queue.of_process[{s.allocated_by.uid, s.allocated_by.pid}];
     timers_.insert({s.deadline, alarm::queued, s.id, 0});
-    start_program_for(s);
 }
 
-void exchange::start_program_for(const session &s)
+// The queue that an attach is to enter is full. The user who has most of it loses a place, the last one of the process
+// that has most of that user's. Nobody takes a place from one who has no more than himself. False: there is no room.
+bool exchange::make_room(const session &s, milliseconds now)
+{
+    attach_queue &queue = queues_.at(s.tp_name);
+    auto less = [](const auto &a, const auto &b) { return a.second < b.second; };
+    auto of = [](const auto &shares, auto whom) {
+        auto found = shares.find(whom);
+        return found == shares.end() ? 0u : found->second;
+    };
+    const peer &newcomer = s.allocated_by;
+    auto most = std::max_element(queue.of_user.begin(), queue.of_user.end(), less);
+    const bool of_another = of(queue.of_user, newcomer.uid) + 1 < most->second;
+    const std::uint32_t uid = of_another ? most->first : newcomer.uid;
+    auto first = queue.of_process.lower_bound({uid, INT32_MIN});
+    auto end = queue.of_process.upper_bound({uid, INT32_MAX});
+    auto process = std::max_element(first, end, less);
+    if (process == end || (!of_another &&
+                           of(queue.of_process, std::pair(newcomer.uid, newcomer.pid)) + 1 >= process->second))
+    {
+        return false;
+    }
+    for (auto last = queue.waiting.rbegin(); last != queue.waiting.rend(); ++last)
+    {
+        session &loser = sessions_.at(last->second);
+        if (std::pair(loser.allocated_by.uid, loser.allocated_by.pid) == process->first)
+        {
+            refuse(loser, wire::sense_tp_not_available_retry, now);
+            return true;
+        }
+    }
+    return false;
+}
+
+// Starts a program for an attach that waits: the one for all unless it runs, or one for each as far as they may be.
+void exchange::start_program_for(session &s)
 {
     const program_entry *program = config_.find_program(s.tp_name);
-    if (program == nullptr || program->command.empty() || (program->one_for_all && running_.contains(s.tp_name)))
+    if (program == nullptr || program->command.empty() ||
+        running(s.tp_name) >= (program->one_for_all ? 1 : program->most_instances))
     {
         return;
     }
     ++running_[s.tp_name];
+    s.program_started = true;
     world_.start_program(*program, s.way.partner);
 }
 
@@ -212,14 +260,30 @@ void exchange::program_ended(const std::string &tp_name, program_end how, millis
     }
     bool worked = started_and_accepted_.erase(tp_name) != 0;
     auto queue = queues_.find(tp_name);
-    if (queue == queues_.end() || running_.contains(tp_name))
+    if (queue == queues_.end())
     {
         return;
     }
     const program_entry *program = config_.find_program(tp_name);
+    if (program != nullptr && !program->one_for_all)
+    {
+        // One of the attaches for which there was no room yet.
+        for (const auto &[order, id] : queue->second.waiting)
+        {
+            if (!sessions_.at(id).program_started)
+            {
+                start_program_for(sessions_.at(id));
+                return;
+            }
+        }
+    }
+    if (running_.contains(tp_name))
+    {
+        return;
+    }
     if (worked && program != nullptr && program->one_for_all)
     {
-        start_program_for(sessions_.at(queue->second.begin()->second));
+        start_program_for(sessions_.at(queue->second.waiting.begin()->second));
         return;
     }
     // One that never accepted would be started in vain. It may have left the accepting to a process of its own that is on
@@ -232,7 +296,7 @@ void exchange::program_ended(const std::string &tp_name, program_end how, millis
                                                            : wire::sense_tp_not_available_retry;
     for (auto left = queues_.find(tp_name); left != queues_.end(); left = queues_.find(tp_name))
     {
-        refuse(sessions_.at(left->second.begin()->second), sense, now);
+        refuse(sessions_.at(left->second.waiting.begin()->second), sense, now);
     }
 }
 
@@ -244,11 +308,22 @@ void exchange::leave_queue(const session &s)
         return;
     }
     timers_.erase({s.deadline, alarm::queued, s.id, 0});
-    auto queue = queues_.find(s.tp_name);
-    queue->second.erase(s.order);
-    if (queue->second.empty())
+    auto found = queues_.find(s.tp_name);
+    attach_queue &queue = found->second;
+    queue.waiting.erase(s.order);
+    if (queue.waiting.empty())
     {
-        queues_.erase(queue);
+        queues_.erase(found);
+        return;
+    }
+    if (--queue.of_user[s.allocated_by.uid] == 0)
+    {
+        queue.of_user.erase(s.allocated_by.uid);
+    }
+    const std::pair process(s.allocated_by.uid, s.allocated_by.pid);
+    if (--queue.of_process[process] == 0)
+    {
+        queue.of_process.erase(process);
     }
 }
 
@@ -260,7 +335,10 @@ void exchange::connect(session &s, connection &acceptor, std::uint32_t correlati
     s.since = now;
     s.acceptor = acceptor.id;
     s.acceptor_pid = acceptor.who.pid;
-    acceptor.sessions.insert(s.id);
+    if (acceptor.sessions.insert(s.id).second)
+    {
+        count(acceptor.who, &usage::conversations, 1);
+    }
     ++accepted_total_;
     if (running_.contains(s.tp_name))
     {
@@ -300,7 +378,9 @@ void exchange::end_is_done(session &s, bool allocating_end, milliseconds now)
     connection_id &other = allocating_end ? s.acceptor : s.allocator;
     if (end != other)
     {
-        connections_.at(end).sessions.erase(s.id);
+        connection &done = connections_.at(end);
+        done.sessions.erase(s.id);
+        count(done.who, &usage::conversations, -1);
     }
     end = 0;
     switch (s.state)
@@ -330,7 +410,7 @@ void exchange::release(session &s, milliseconds now)
 {
     world_.drop_session(s.id);
     route way = s.way;
-    auto used = in_use_.find(way);
+    auto used = in_use_.find(sessions_of(way));
     if (--used->second == 0)
     {
         in_use_.erase(used);

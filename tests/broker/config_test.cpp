@@ -31,7 +31,7 @@ TEST(Config, WithoutAnythingIsTheBuiltInDefault)
     }
     EXPECT_EQ(read->attach_wait_ms, 10'000);
     EXPECT_EQ(read->idle_ms, 60'000);
-    EXPECT_FALSE(read->already_verified);
+    EXPECT_TRUE(read->already_verified);
     EXPECT_TRUE(findings.warnings.empty());
 }
 
@@ -50,12 +50,13 @@ audit_log_limit = 2
 trace_file_limit = 3
 trace = true
 audit = false
-already_verified = true
+already_verified = false
 connections_per_process = 4
 connections_per_user = 5
 attaches_per_process = 6
 attaches_per_user = 8
 conversations_per_process = 9
+conversations_per_user = 10
 allowed_users = ["bob"]
 [[lu]]
 alias = "LU1"
@@ -91,6 +92,7 @@ arguments = ["-v", "two words"]
 user = "daemon"
 environment = { A = "1", B = "" }
 instances = "each"
+max_instances = 11
 conversation_type = "mapped"
 sync_level = "none"
 )",
@@ -106,12 +108,13 @@ sync_level = "none"
     EXPECT_EQ(read->trace_file_limit, 3u);
     EXPECT_TRUE(read->trace);
     EXPECT_FALSE(read->audit);
-    EXPECT_TRUE(read->already_verified);
+    EXPECT_FALSE(read->already_verified);
     EXPECT_EQ(read->connections_per_process, 4u);
     EXPECT_EQ(read->connections_per_user, 5u);
     EXPECT_EQ(read->attaches_per_process, 6u);
     EXPECT_EQ(read->attaches_per_user, 8u);
     EXPECT_EQ(read->conversations_per_process, 9u);
+    EXPECT_EQ(read->conversations_per_user, 10u);
     EXPECT_EQ(read->allowed_users, std::vector<std::string>{"bob"});
     EXPECT_EQ(read->lus.front().alias, "LU1") << "the first is the default LU";
     EXPECT_EQ(read->find_lu("LOCALLU"), nullptr) << "gone once an LU is given";
@@ -137,6 +140,7 @@ sync_level = "none"
     EXPECT_EQ(program->arguments, (std::vector<std::string>{"-v", "two words"}));
     EXPECT_EQ(program->user, "daemon");
     EXPECT_EQ(program->environment.size(), 2u);
+    EXPECT_EQ(program->most_instances, 11u);
     EXPECT_FALSE(program->one_for_all);
     EXPECT_EQ(program->conversation_types, accepts::second);
     EXPECT_EQ(program->sync_levels, accepts::first);

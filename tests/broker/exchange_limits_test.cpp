@@ -48,6 +48,33 @@ TEST(SessionLimit, ImmediateFailsAtOnceWhileOthersWaitInOrder)
     EXPECT_EQ(reply.status.primary, wire::rc_ok);
 }
 
+TEST(SessionLimit, IsOneForBothDirections)
+{
+    config settings = with_limit(1);
+    settings.lus.push_back({"OTHERLU", "LOCALNET.OTHERLU"});
+    world w(settings);
+    connection_id id = w.program();
+    auto allocate_between = [&](const char *from, const char *to, std::uint32_t correlation) {
+        wire::allocate message = world::allocation("SERVER");
+        to_ascii(message.local_alias, from);
+        to_ascii(message.partner_alias, to);
+        to_ebcdic(message.mode, "SMALL");
+        w.say(id, message, wire::message_kind::allocate, correlation);
+    };
+    allocate_between("LOCALLU", "OTHERLU", 10);
+    session_id there = w.allocation_reply(id).session;
+    allocate_between("OTHERLU", "LOCALLU", 11);
+    EXPECT_TRUE(w.silent(id));
+    // Other pairs of LUs have sessions of their own.
+    allocate_between("LOCALLU", "LOCALLU", 12);
+    EXPECT_EQ(w.allocation_reply(id).head.correlation, 12u);
+    w.ended(id, there);
+    auto back = w.allocation_reply(id);
+    EXPECT_EQ(back.head.correlation, 11u);
+    EXPECT_EQ(w.node.sessions().at(back.session).way.local, "OTHERLU");
+    EXPECT_EQ(w.node.sessions().at(back.session).way.partner, "LOCALLU");
+}
+
 TEST(SessionLimit, ImmediateDoesNotOvertakeThoseWhoWait)
 {
     world w(with_limit(2));
@@ -119,6 +146,61 @@ TEST(Queue, DepthIsLimitedForEachName)
     EXPECT_EQ(w.refused.size(), 1u);
 }
 
+TEST(Queue, AFloodLeavesRoomForOthers)
+{
+    config settings = default_config();
+    settings.attach_queue_depth = 10;
+    world w(settings);
+    auto attach_of = [&](connection_id id) {
+        session_id session = w.allocated(id, "SERVER");
+        w.attach(session);
+        return session;
+    };
+    connection_id flood = w.program(50);
+    session_id first = attach_of(flood);
+    session_id last = first;
+    for (int i = 1; i < 10; ++i)
+    {
+        last = attach_of(flood);
+    }
+    EXPECT_EQ(w.refused.count(attach_of(flood)), 1u);
+    // Another process of the same user, then one of another user, each take the flood's last place.
+    session_id honest = attach_of(w.program(51));
+    EXPECT_EQ(w.refused.count(honest), 0u);
+    EXPECT_EQ(w.refused.at(last), wire::sense_tp_not_available_retry);
+    session_id other = attach_of(w.program(60, 1001));
+    EXPECT_EQ(w.refused.count(other), 0u);
+    // What came first stays first, and nobody has lost his place to the flood.
+    connection_id server = w.program(70);
+    w.add_name(server, "SERVER");
+    w.accept(server, {"SERVER"});
+    EXPECT_EQ(w.accepted(server).session, first);
+    EXPECT_EQ(w.node.sessions().at(honest).state, session_state::queued);
+    EXPECT_EQ(w.node.sessions().at(other).state, session_state::queued);
+}
+
+TEST(Queue, ManyProcessesOfOneUserTakeNoPlaceOfAnothers)
+{
+    config settings = default_config();
+    settings.attach_queue_depth = 10;
+    world w(settings);
+    connection_id one = w.program(50, 1001);
+    for (int i = 0; i < 5; ++i)
+    {
+        w.attach(w.allocated(one, "SERVER"));
+    }
+    for (std::int32_t pid = 100; pid < 120; ++pid)
+    {
+        w.attach(w.allocated(w.program(pid), "SERVER"));
+    }
+    std::size_t left = 0;
+    for (const auto &[id, s] : w.node.sessions())
+    {
+        left += s.state == session_state::queued && s.allocated_by.uid == 1001;
+    }
+    EXPECT_EQ(left, 5u);
+}
+
 TEST(Queue, OfDepthNoneRefusesAtOnce)
 {
     config settings = default_config();
@@ -180,20 +262,68 @@ TEST(Quota, AttachesThatNobodyHasAcceptedOutliveNoQuota)
     w.allocated(third, "SERVER");
 }
 
-TEST(Quota, ConversationsOfAProcess)
+TEST(Quota, ConversationsOfAProcessAndOfAUser)
 {
     config settings = default_config();
     settings.conversations_per_process = 1;
+    settings.conversations_per_user = 2;
     world w(settings);
-    connection_id client = w.program();
+    connection_id client = w.program(50);
     session_id session = w.allocated(client, "SERVER");
-    w.allocate(client, "SERVER");
-    EXPECT_EQ(w.allocation_reply(client).status.primary, wire::rc_allocation_error);
-    w.add_name(client, "SERVER");
-    w.accept(client, {"SERVER"});
-    EXPECT_EQ(w.accepted(client).status.primary, wire::rc_unexpected_system_error);
+    for (connection_id id : {client, w.program(50)}) // a second connection of the process changes nothing
+    {
+        w.allocate(id, "SERVER");
+        EXPECT_EQ(w.allocation_reply(id).status.primary, wire::rc_allocation_error);
+        w.add_name(id, "SERVER");
+        w.accept(id, {"SERVER"});
+        EXPECT_EQ(w.accepted(id).status.primary, wire::rc_unexpected_system_error);
+    }
+    connection_id second = w.program(51);
+    w.allocated(second, "SERVER");
+    connection_id third = w.program(52);
+    w.allocate(third, "SERVER");
+    EXPECT_EQ(w.allocation_reply(third).status.primary, wire::rc_allocation_error);
+    w.allocated(w.program(53, 1001), "SERVER"); // another user
     w.ended(client, session);
     w.allocated(client, "SERVER");
+}
+
+TEST(Quota, NamesThatAcceptsListCountOnceEachAndNotWithoutEnd)
+{
+    config settings = default_config();
+    settings.conversations_per_process = 1'000'000;
+    world w(settings);
+    connection_id server = w.program();
+    w.add_name(server, "SERVER");
+    std::vector<const char *> same(1000, "SERVER");
+    std::uint32_t correlation = 100;
+    for (int i = 0; i < 2000; ++i)
+    {
+        w.accept(server, same, correlation++); // each is one name
+    }
+    EXPECT_TRUE(w.silent(server));
+    std::vector<std::string> many;
+    std::vector<const char *> texts;
+    for (int i = 0; i < 1000; ++i)
+    {
+        many.push_back("NAME" + std::to_string(i));
+    }
+    for (const std::string &name : many)
+    {
+        w.add_name(server, name.c_str());
+        texts.push_back(name.c_str());
+    }
+    for (int i = 0; i < 98; ++i)
+    {
+        w.accept(server, texts, correlation++);
+    }
+    EXPECT_TRUE(w.silent(server));
+    w.accept(server, texts, correlation); // more than 100,000 in all
+    auto reply = w.accepted(server);
+    EXPECT_EQ(reply.head.correlation, correlation);
+    EXPECT_EQ(reply.status.primary, wire::rc_unexpected_system_error);
+    w.leave(server);
+    EXPECT_EQ(w.node.processes_counted(), 0u);
 }
 
 TEST(Reload, WhatIsInUseStaysAndIsNamed)
@@ -228,6 +358,19 @@ TEST(Reload, WhatIsInUseStaysAndIsNamed)
     EXPECT_EQ(w.node.settings().lus[0].name, "LOCALNET.RENAMED");
 }
 
+TEST(Reload, SaysWhatIsAMatterOfTheStart)
+{
+    world w;
+    config settings = default_config();
+    settings.trace = true;
+    settings.audit = false;
+    EXPECT_EQ(w.node.reconfigure(settings, w.clock).kept,
+              (std::vector<std::string>{
+                  "trace = true holds from the next start on; cpicnode trace on switches it now",
+                  "audit = false holds from the next start on; cpicnode audit off switches it now"}));
+    EXPECT_TRUE(w.node.reconfigure(settings, w.clock).kept.empty());
+}
+
 TEST(Reload, ARaisedLimitServesThoseWhoWait)
 {
     world w(with_limit(1));
@@ -259,14 +402,14 @@ TEST(Reload, AMixOfProgramsLeavesNothingBehind)
         std::vector<connection_id> programs;
         for (int i = 0; i < 4; ++i)
         {
-            programs.push_back(w.program(i + 1));
+            programs.push_back(w.program(i + 1, 1000 + static_cast<std::uint32_t>(i) % 2));
             w.add_name(programs.back(), "SERVER");
         }
         for (std::uint32_t step = 0; step < 200; ++step)
         {
             connection_id id = programs[next(4)];
             std::uint32_t correlation = 100 + step;
-            switch (next(8))
+            switch (next(9))
             {
             case 0:
             case 1:
@@ -287,6 +430,17 @@ TEST(Reload, AMixOfProgramsLeavesNothingBehind)
             case 6:
                 w.clock += next(20'000);
                 w.node.tick(w.clock);
+                break;
+            case 8:
+                w.inbox[id].clear();
+                if (next(2) == 0)
+                {
+                    w.add_name(id, "SERVER");
+                }
+                else
+                {
+                    w.remove_name(id, "SERVER");
+                }
                 break;
             case 7:
                 if (next(4) == 0)
@@ -315,6 +469,7 @@ TEST(Reload, AMixOfProgramsLeavesNothingBehind)
         EXPECT_TRUE(w.node.routes().empty());
         EXPECT_TRUE(w.node.names().empty());
         EXPECT_TRUE(w.open.empty());
+        EXPECT_EQ(w.node.processes_counted(), 0u);
         EXPECT_FALSE(w.node.next_deadline());
     }
 }

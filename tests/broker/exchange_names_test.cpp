@@ -222,6 +222,13 @@ TEST(SideInfo, RecordHasEveryFieldAtItsPlace)
     EXPECT_EQ(text(170, 10), "SESAME    ");
     EXPECT_EQ(text(180, 8), "LOCALLU ");
 
+    // Its passwords are not for programs of other users.
+    connection_id other = w.program(200, 1001);
+    w.say(other, message, wire::message_kind::query_side_info, 5);
+    reply = w.take<wire::side_info>(other, wire::message_kind::side_info);
+    EXPECT_EQ(text(160, 10), "ALICE     ");
+    EXPECT_EQ(text(170, 10), "          ");
+
     // A local LU that is not given is eight zero bytes.
     to_ascii(message.sym_dest_name, "PLAIN");
     w.say(id, message, wire::message_kind::query_side_info, 6);

@@ -405,16 +405,20 @@ TEST(Security, UserAndPasswordAreCheckedBeforeTheAttachIsPlaced)
     EXPECT_EQ(w.checks[0].hash, "$6$hash");
     EXPECT_EQ(w.checks[0].password, "sesame");
     EXPECT_TRUE(w.silent(server));
-    EXPECT_TRUE(w.node.sessions().at(good).password.empty()) << "kept no longer than needed";
+    EXPECT_EQ(w.checks[0].process, 100);
+    EXPECT_STREQ(w.node.sessions().at(good).password.text(), "") << "kept no longer than needed";
     w.node.verified(good, true, w.clock);
     EXPECT_EQ(from_ebcdic(w.accepted(server).user_id), "ALICE");
 
     session_id bad = attach_as("ALICE", 5);
     w.node.verified(bad, false, w.clock);
     EXPECT_EQ(w.refused.at(bad), wire::sense_security_not_valid);
+    // A user whom nobody knows takes as long, and fails whatever comes of the check.
     session_id unknown = attach_as("MALLORY", 2);
+    ASSERT_EQ(w.checks.size(), 3u);
+    EXPECT_EQ(w.refused.count(unknown), 0u);
+    w.node.verified(unknown, true, w.clock);
     EXPECT_EQ(w.refused.at(unknown), wire::sense_security_not_valid);
-    EXPECT_EQ(w.checks.size(), 2u);
 }
 
 TEST(Security, AVerdictForASessionThatIsOverIsIgnored)
@@ -429,23 +433,39 @@ TEST(Security, AVerdictForASessionThatIsOverIsIgnored)
     EXPECT_EQ(w.node.sessions().at(session).state, session_state::granted);
 }
 
-TEST(Security, SameShowsTheUserOnlyWhenTheConfigurationSaysSo)
+TEST(Security, SameShowsTheUserThatTheKernelKnows)
 {
-    for (bool verified : {false, true})
+    struct
+    {
+        bool verified;
+        const char *user;
+        const char *shown;
+    } const cases[] = {
+        {true, "alice", "alice"},
+        {false, "alice", ""},
+        {true, "tencharact", "tencharact"},
+        {true, "elevenchars", ""}, // cut off it could be somebody else
+    };
+    for (const auto &one : cases)
     {
         config settings = default_config();
-        settings.already_verified = verified;
+        settings.already_verified = one.verified;
         world w(settings);
         connection_id server = w.program();
         w.add_name(server, "SERVER");
         w.accept(server, {"SERVER"});
-        connection_id client = w.program();
+        connection_id client = ++w.connections;
+        EXPECT_TRUE(w.node.connected(client, {1000, 7, one.user, true}, w.clock));
+        wire::hello hello{};
+        hello.version = wire::protocol_version;
+        w.say(client, hello, wire::message_kind::hello, 1);
+        w.take<wire::welcome>(client, wire::message_kind::welcome);
         wire::allocate message = world::allocation("SERVER");
         message.security = 1;
         to_ebcdic(message.user_id, "MALLORY"); // what the program claims does not count
         w.say(client, message, wire::message_kind::allocate, 10);
         w.attach(w.allocation_reply(client).session);
-        EXPECT_EQ(from_ebcdic(w.accepted(server).user_id), verified ? "alice" : "");
+        EXPECT_EQ(from_ebcdic(w.accepted(server).user_id), one.shown);
     }
 }
 
@@ -521,6 +541,35 @@ TEST(Programs, ThatFailAreNotWaitedFor)
     {
         EXPECT_EQ(sense_after(how, true), 0u) << "somebody else serves the name";
     }
+}
+
+TEST(Programs, OneForEachAsFarAsThereMayBe)
+{
+    config settings = default_config();
+    program_entry program;
+    program.tp_name = tp_name_bytes("EACH");
+    program.command = "/bin/each";
+    program.one_for_all = false;
+    program.most_instances = 2;
+    settings.programs.push_back(program);
+    world w(settings);
+    connection_id client = w.program();
+    for (int i = 0; i < 4; ++i)
+    {
+        w.attach(w.allocated(client, "EACH"));
+    }
+    EXPECT_EQ(w.started.size(), 2u);
+    connection_id server = w.program();
+    w.add_name(server, "EACH");
+    w.accept(server, {"EACH"});
+    EXPECT_EQ(w.started.size(), 2u) << "a process that has accepted still runs";
+    w.node.program_ended(program.tp_name, program_end::done, w.clock);
+    EXPECT_EQ(w.started.size(), 3u);
+    w.node.program_ended(program.tp_name, program_end::done, w.clock);
+    EXPECT_EQ(w.started.size(), 4u);
+    w.node.program_ended(program.tp_name, program_end::done, w.clock);
+    w.node.program_ended(program.tp_name, program_end::done, w.clock);
+    EXPECT_EQ(w.started.size(), 4u) << "one for each, and no more";
 }
 
 TEST(Programs, OneOfSeveralThatFailsLeavesTheRestTheirChance)

@@ -58,9 +58,9 @@ struct world : outside
     }
     void drop_session(session_id session) override { open.erase(session); }
     void close_connection(connection_id connection, const char *) override { closed.insert(connection); }
-    void verify(session_id session, const std::string &hash, const std::string &password) override
+    void verify(session_id session, std::int32_t process, const std::string &hash, secret password) override
     {
-        checks.push_back({session, hash, password});
+        checks.push_back({session, process, hash, password.text()});
     }
     void start_program(const program_entry &program, const std::string &local_alias) override
     {
@@ -85,7 +85,7 @@ struct world : outside
     connection_id program(std::int32_t pid = 100, std::uint32_t uid = 1000)
     {
         connection_id id = ++connections;
-        EXPECT_TRUE(node.connected(id, {uid, pid, "alice"}, clock));
+        EXPECT_TRUE(node.connected(id, {uid, pid, uid == 1000 ? "alice" : "bob", uid == 1000}, clock));
         wire::hello hello{};
         hello.version = wire::protocol_version;
         std::strcpy(hello.program, "tp");
@@ -193,6 +193,7 @@ struct world : outside
     struct check
     {
         session_id session;
+        std::int32_t process;
         std::string hash;
         std::string password;
     };
