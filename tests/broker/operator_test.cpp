@@ -95,6 +95,40 @@ TEST_F(node, EmptyArgumentIsNotTheDefault)
     EXPECT_FALSE(running());
 }
 
+TEST_F(node, WrongArgumentsAreNamedAndWhatIsExpected)
+{
+    struct
+    {
+        std::vector<std::string> command;
+        const char *text;
+        const char *help;
+    } const cases[] = {
+        {{}, "a command is missing; expected one of start, stop, status, ", "cpicnode"},
+        {{"frobnicate"}, "frobnicate is no command here; expected one of start, stop, status, ", "cpicnode"},
+        {{"--frobnicate"}, "--frobnicate is no option here; ", "cpicnode"},
+        {{"show"}, "a command is missing; expected one of lus, modes, side-info, ", "cpicnode show"},
+        {{"show", "frob"}, "frob is no command here; expected one of lus, modes, side-info, ", "cpicnode show"},
+        {{"trace", "frob"}, "frob is no command here; expected one of on, off, show", "cpicnode trace"},
+        {{"audit", "show"}, "show", "cpicnode audit"},
+        {{"status", "extra"}, "extra", "cpicnode status"},
+        {{"check"}, "config is required", "cpicnode check"},
+        {{"problems", "-n", "-1"}, "it is -1, and must be a whole number", "cpicnode problems"},
+        {{"trace", "show", "-n", "x"}, "it is x, and must be a whole number", "cpicnode trace show"},
+        {{"start", "--idle", "nan"}, "it is nan, and must be a number of seconds", "cpicnode start"},
+        {{"monitor", "--for", "-1"}, "it is -1, and must be a number of seconds", "cpicnode monitor"},
+    };
+    for (const auto &one : cases)
+    {
+        SCOPED_TRACE(one.text);
+        finished result = tool(one.command);
+        EXPECT_EQ(result.code, 2);
+        EXPECT_EQ(result.out, "");
+        EXPECT_EQ(result.error.find("cpicnode: "), 0u);
+        EXPECT_NE(result.error.find(one.text), std::string::npos) << result.error;
+        EXPECT_TRUE(result.error.ends_with(std::string("\nrun `") + one.help + " --help` for more\n")) << result.error;
+    }
+}
+
 TEST_F(node, FailedStartIsOneDocument)
 {
     std::string file = write_config("[node]\ntrace = 1\n");
