@@ -68,7 +68,7 @@ broker_link::outcome broker_link::connect(const std::string &directory, std::str
     if (getsockopt(fd_, SOL_SOCKET, SO_PEERCRED, &who, &size) != 0 ||
         (who.uid != geteuid() && who.uid != 0 && geteuid() != 0))
     {
-        trouble = "the node in " + directory + " belongs to another user";
+        trouble = "the node in " + directory + " belongs to another user; only your own and those of root are trusted";
         return outcome::failed;
     }
     wire::hello hello{};

@@ -185,7 +185,8 @@ void add_logs(CLI::App &app, given &line)
     trace->require_subcommand(1);
     add_question(*trace, line, "trace on", "Running programs begin to trace at once",
                  "Programs that start later trace too.");
-    add_question(*trace, line, "trace off", "Running programs stop tracing at once", "What they have written stays, and cpicnode trace show shows it.");
+    add_question(*trace, line, "trace off", "Running programs stop tracing at once",
+                 "What they have written stays, and cpicnode trace show shows it.");
     CLI::App *shown = add_command(*trace, line, "show", "Show the trace file", view("cpic.trc", tool::file_kind::trace),
                                   std::string(view_text) + "\n\ncpic-trace(5) explains the records.");
     add_view_options(*shown, line);
@@ -200,8 +201,10 @@ void add_logs(CLI::App &app, given &line)
         }
     });
     add_view_options(*audit, line);
-    add_question(*audit, line, "audit on", "Programs write audit records", "Those that run already begin at once. A node starts with what its configuration says.");
-    add_question(*audit, line, "audit off", "Programs write no audit records", "Those that run already stop at once. What they have written stays.");
+    add_question(*audit, line, "audit on", "Programs write audit records",
+                 "Those that run already begin at once. A node starts with what its configuration says.");
+    add_question(*audit, line, "audit off", "Programs write no audit records",
+                 "Those that run already stop at once. What they have written stays.");
 
     CLI::App *problems = add_command(
         app, line, "problems", "Show the problem log of all programs of the node",

@@ -70,17 +70,19 @@ void show_unseen(std::int64_t count, bool as_json)
               << (count == 1 ? " conversation has" : " conversations have") << " begun and ended between two looks\n";
 }
 
-// True when a conversation has moved data or changed its LU 6.2 state.
+// True when a conversation has moved data or changed its LU 6.2 state. An end whose program has gone counts no more:
+// then a state is missing, or a number is the lower one of what the other end has received, and nothing has moved.
 bool moved(const json &before, const json &now)
 {
-    for (const char *what : {"from_state", "to_state", "from_bytes", "to_bytes"})
+    for (const char *what : {"from_state", "to_state"})
     {
-        if (before[what] != now[what])
+        if (before[what] != now[what] && !now[what].is_null())
         {
             return true;
         }
     }
-    return false;
+    auto bytes = [](const json &value) { return value.is_number() ? value.get<std::uint64_t>() : 0; };
+    return bytes(now["from_bytes"]) > bytes(before["from_bytes"]) || bytes(now["to_bytes"]) > bytes(before["to_bytes"]);
 }
 
 // Has it been decided what becomes of a conversation: has a program accepted it, or was it refused?
