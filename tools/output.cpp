@@ -39,14 +39,15 @@ int finish_output(int code)
 {
     errno = 0;
     std::cout.flush();
+    const int error = errno;
     if (std::cout)
     {
         return code;
     }
-    if (errno != EPIPE) // who has stopped reading wants no more
+    if (wait_while_read(std::chrono::milliseconds(0))) // who has stopped reading wants no more
     {
         std::cerr << "cpicnode: the answer cannot be written"
-                  << (errno != 0 ? std::string(": ") + std::strerror(errno) : std::string()) << "\n";
+                  << (error != 0 ? std::string(": ") + std::strerror(error) : std::string()) << "\n";
     }
     return exit_failed;
 }

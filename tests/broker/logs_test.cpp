@@ -258,6 +258,23 @@ TEST_F(logs, FollowingAFileThatIsNotThereYet)
     EXPECT_EQ(records.stop_reading(), 1);
 }
 
+TEST_F(logs, ReaderThatHasSeenEnoughIsNoFailureToSpeakOf)
+{
+    std::string text;
+    for (int i = 0; i < 10'000; ++i)
+    {
+        text += problem(i);
+    }
+    write("problem.log", text);
+    for (const char *signal : {"", "trap '' PIPE; "})
+    {
+        finished result = run({"/bin/sh", "-c", std::string(signal) + CPICNODE " --dir " + directory +
+                                                    " problems -n 0 | head -n 1"});
+        EXPECT_EQ(result.out, problem(0));
+        EXPECT_EQ(result.error, "") << signal;
+    }
+}
+
 TEST_F(logs, FileThatCannotBeReadIsNotAnEmptyOne)
 {
     std::filesystem::create_directory(directory + "/problem.log");
