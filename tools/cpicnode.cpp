@@ -150,7 +150,8 @@ void add_show(CLI::App &app, given &line)
     add_question(*show, line, "show programs", "Running programs",
                  "Those that are connected: they have made a call that needs the node.");
     add_question(*show, line, "show startable", "Programs that the node starts when an attach comes for them",
-                 "They are the [[program]] sections of the configuration.");
+                 "They are the [[program]] sections of the configuration. One without a command (-) is only\n"
+                 "described there, and never started.");
     add_question(*show, line, "show conversations", "Conversations, from the allocation to the end of both sides",
                  "state: allocated (the client has sent nothing yet), checking user, queued (no program has\n"
                  "accepted it yet), connected or refused. from is the end that has allocated, to the one that\n"
