@@ -56,11 +56,12 @@ broker_link::outcome broker_link::connect(const std::string &directory, std::str
     }
     if (::connect(fd_, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0)
     {
-        if (errno == ENOENT || errno == ECONNREFUSED || errno == ENOTDIR)
+        if (errno == ENOENT || errno == ECONNREFUSED)
         {
             return outcome::no_node;
         }
-        trouble = path + ": " + std::strerror(errno);
+        trouble = path + ": " + std::strerror(errno) +
+                  (errno == EACCES ? "; the node belongs to another user, who has not allowed you to look at it" : "");
         return outcome::failed;
     }
     ucred who;

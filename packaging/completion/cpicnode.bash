@@ -9,9 +9,20 @@ _cpicnode_paths()
 
 _cpicnode()
 {
-    local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]}
-    local options="--dir --json --help --version" words="" command="" i
+    local options="--dir --json --help --version" words="" command="" given=() word before i
     COMPREPLY=()
+
+    # The words up to the cursor. Bash takes --dir=/tmp for three of them; here it is two, like --dir /tmp.
+    for ((i = 1; i <= COMP_CWORD; i++)); do
+        if [[ ${COMP_WORDS[i]} != = ]]; then
+            given+=("${COMP_WORDS[i]}")
+        elif ((i == COMP_CWORD)); then
+            given+=("")
+        fi
+    done
+    local last=$((${#given[@]} - 1))
+    word=${given[last]} before=
+    ((last > 0)) && before=${given[last - 1]}
 
     # The value of an option.
     case $before in
@@ -21,11 +32,11 @@ _cpicnode()
     esac
 
     # The command so far, without options and their values.
-    for ((i = 1; i < COMP_CWORD; i++)); do
-        case ${COMP_WORDS[i]} in
+    for ((i = 0; i < last; i++)); do
+        case ${given[i]} in
         --config | --dir | --idle | --for | -n | --lines) i=$((i + 1)) ;;
         -*) ;;
-        *) command+=${command:+ }${COMP_WORDS[i]} ;;
+        *) command+=${command:+ }${given[i]} ;;
         esac
     done
 

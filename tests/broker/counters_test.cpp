@@ -113,6 +113,51 @@ struct counters : node
     std::vector<int> sockets;
 };
 
+TEST_F(counters, MonitorShowsWhatMovesAndNotThatSomebodyNoLongerCounts)
+{
+    start();
+    table_of_program mine;
+    table_of_program theirs;
+    client from(directory);
+    client to(directory);
+    greet_with(from, mine);
+    greet_with(to, theirs);
+    std::uint32_t number = converse(from, to);
+    mine.content->used = 1;
+    mine.content->slots[0] = {number, 1, 1, {}, 100, 20, {}};
+    theirs.content->used = 1;
+    theirs.content->slots[0] = {number, 2, 0, {}, 30, 90, {}};
+    watched monitor({CPICNODE, "--dir", directory, "monitor", "--json"});
+    auto next = [&] { return json::parse(monitor.line(), nullptr, false); };
+    EXPECT_EQ(next()["event"], "new");
+    mine.content->slots[0].sent = 110;
+    json event = next();
+    EXPECT_EQ(event["event"], "moved");
+    EXPECT_EQ(event["from_bytes"], 110);
+    from.close();
+    ASSERT_TRUE(wait_until([&] { return row()["from_state"].is_null(); }));
+    EXPECT_EQ(row()["from_bytes"], 90);
+    // The monitor looks meanwhile, and has nothing to say until something moves; two looks are sure to be between.
+    client late(directory);
+    late.greet();
+    for (int i = 0; i < 2; ++i)
+    {
+        received granted = late.allocate("OTHER");
+        sockets.insert(sockets.end(), granted.descriptors.begin(), granted.descriptors.end());
+        event = next();
+        EXPECT_EQ(event["event"], "new");
+        EXPECT_EQ(event["tp_name"], "OTHER");
+    }
+    theirs.content->slots[0].sent = 31;
+    event = next();
+    EXPECT_EQ(event["event"], "moved");
+    EXPECT_EQ(event["to_bytes"], 31);
+    theirs.content->slots[0].state = 5;
+    event = next();
+    EXPECT_EQ(event["event"], "moved");
+    EXPECT_EQ(event["to_state"], "confirm deallocate");
+}
+
 TEST_F(counters, BothEndsAreShown)
 {
     start();

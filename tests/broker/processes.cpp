@@ -89,6 +89,72 @@ finished run(std::vector<std::string> arguments, std::vector<std::string> more_e
     return result;
 }
 
+watched::watched(std::vector<std::string> arguments)
+{
+    int ends[2];
+    EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    out_ = ends[0];
+    std::vector<char *> argv;
+    for (std::string &argument : arguments)
+    {
+        argv.push_back(argument.data());
+    }
+    argv.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, ends[1], 1);
+    EXPECT_EQ(posix_spawn(&pid_, argv[0], &actions, nullptr, argv.data(), environ), 0) << arguments[0];
+    posix_spawn_file_actions_destroy(&actions);
+    close(ends[1]);
+}
+
+watched::~watched()
+{
+    if (pid_ > 0)
+    {
+        kill(pid_, SIGKILL);
+        waitpid(pid_, nullptr, 0);
+    }
+    if (out_ >= 0)
+    {
+        close(out_);
+    }
+}
+
+std::string watched::line()
+{
+    std::size_t end;
+    while ((end = have_.find('\n')) == have_.npos)
+    {
+        pollfd ready{out_, POLLIN, 0};
+        char buffer[4096];
+        ssize_t size = poll(&ready, 1, patience) > 0 ? read(out_, buffer, sizeof buffer) : 0;
+        if (size <= 0)
+        {
+            ADD_FAILURE() << "no line comes; the last bytes: " << have_;
+            return "";
+        }
+        have_.append(buffer, static_cast<std::size_t>(size));
+    }
+    std::string line = have_.substr(0, end);
+    have_.erase(0, end + 1);
+    return line;
+}
+
+int watched::stop_reading()
+{
+    close(out_);
+    out_ = -1;
+    int status = 0;
+    if (!wait_until([&] { return waitpid(pid_, &status, WNOHANG) == pid_; }))
+    {
+        ADD_FAILURE() << "the program goes on though nobody reads what it writes";
+        return 0;
+    }
+    pid_ = 0;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
 client::client(const std::string &directory)
 {
     sockaddr_un address{};

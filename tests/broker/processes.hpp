@@ -28,6 +28,25 @@ struct finished
 // Runs a program to its end.
 finished run(std::vector<std::string> arguments, std::vector<std::string> more_environment = {});
 
+// A program whose output is read while it runs.
+class watched
+{
+public:
+    explicit watched(std::vector<std::string> arguments);
+    ~watched(); // kills it
+    watched(const watched &) = delete;
+    watched &operator=(const watched &) = delete;
+
+    pid_t pid() const { return pid_; }
+    std::string line(); // the next one of its standard output; fails when none comes
+    int stop_reading(); // goes away, and gives the exit code (or minus the signal) with which the program then ends
+
+private:
+    pid_t pid_ = 0;
+    int out_ = -1;
+    std::string have_;
+};
+
 // Waits until a condition holds; false when it does not within the patience.
 template <class Condition>
 bool wait_until(Condition holds);

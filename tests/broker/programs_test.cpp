@@ -517,36 +517,5 @@ TEST_F(node, CheckSaysWhatIsWrongAndNeedsNoNode)
     EXPECT_FALSE(running());
 }
 
-TEST_F(node, LogsAreShownFromTheirEnd)
-{
-    finished result = tool({"problems"});
-    EXPECT_EQ(result.code, 0);
-    EXPECT_EQ(result.out, "nothing has been written to " + directory + "/problem.log yet\n");
-    std::ofstream(directory + "/problem.log.1") << "one\ntwo\n";
-    std::ofstream(directory + "/problem.log") << "three\nfour\n";
-    EXPECT_EQ(tool({"problems", "-n", "3"}).out, "two\nthree\nfour\n");
-    EXPECT_EQ(tool({"problems", "-n", "0"}).out, "one\ntwo\nthree\nfour\n");
-    std::ofstream(directory + "/cpic.trc") << "trace\n";
-    EXPECT_EQ(tool({"trace", "show"}).out, "trace\n");
-    std::ofstream(directory + "/audit.log") << "audit\n";
-    EXPECT_EQ(tool({"audit", "-n", "5"}).out, "audit\n");
-}
-
-TEST_F(node, MonitorShowsConversationsThatCome)
-{
-    start();
-    client caller(directory);
-    caller.greet();
-    received granted = caller.allocate("SERVER");
-    finished result = tool({"monitor", "--for", "0.1", "--json"});
-    EXPECT_EQ(result.code, 0);
-    json line = json::parse(result.out.substr(0, result.out.find('\n')));
-    EXPECT_EQ(line["tp_name"], "SERVER");
-    EXPECT_EQ(line["state"], "allocated");
-    close(granted.descriptors.at(0));
-    EXPECT_EQ(tool({"stop"}).code, 0);
-    EXPECT_EQ(tool({"monitor"}).code, 3);
-}
-
 } // namespace
 } // namespace test
