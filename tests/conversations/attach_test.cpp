@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <gtest/gtest.h>
+#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -147,6 +148,29 @@ TEST(Attach, user_and_password)
         EXPECT_EQ(home.log(file).find("SESAM"), std::string::npos) << file;
     }
     EXPECT_NE(home.log("cpic.trc").find("CMSCSP"), std::string::npos); // it was traced, without its value
+}
+
+TEST(Attach, with_security_same_the_user_is_the_one_that_the_kernel_knows)
+{
+    const passwd *own = getpwuid(geteuid());
+    ASSERT_NE(own, nullptr);
+    const std::string name = own->pw_name;
+    for (const bool verified : {true, false})
+    {
+        const std::string standard = standard_configuration(), head = "[node]\n";
+        node home(head + (verified ? "" : "already_verified = false\n") + standard.substr(head.size()));
+        tp client(home), server(home);
+        converse(client, server);
+        const reply user = server("gettext cmesui 0");
+        EXPECT_EQ(user.rc, 0);
+        if (verified && name.size() <= 10)
+        {
+            EXPECT_EQ(user.text("text").substr(0, name.size()), name) << user.line;
+            EXPECT_EQ(user.number("length"), static_cast<long>(name.size()));
+        }
+        else
+            EXPECT_EQ(user.text("text").find(name), std::string::npos) << user.line;
+    }
 }
 
 // A destination whose program the node is to start; the time limit for an accept is longer than any test waits.
