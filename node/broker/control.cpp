@@ -1,5 +1,5 @@
-// control.cpp - the operator's commands. Each finds facts, or rows of them; JSON and the text for people are both made from
-// these, so that they always say the same.
+// control.cpp - the operator's commands. Each finds facts, or rows of them; JSON and the text for people are both made
+// from these, so that they always say the same.
 #include "broker/control.hpp"
 #include "broker/names.hpp"
 
@@ -79,7 +79,8 @@ void append_json(std::string &out, const row &facts, std::string_view indent)
     out += "{";
     for (const auto &[name, value] : facts)
     {
-        out.append(&facts.front().first == &name ? "\n" : ",\n").append(indent).append("  \"").append(name).append("\": ");
+        out += &facts.front().first == &name ? "\n" : ",\n";
+        out.append(indent).append("  \"").append(name).append("\": ");
         append_json(out, value);
     }
     out.append("\n").append(indent).append("}");

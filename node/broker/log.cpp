@@ -96,12 +96,13 @@ void find_road()
     }
 }
 
-// Copies the file to FILE.1 and empties it. It stays the same file, because programs that the broker has started write to
-// it as well, at its end: in a file that is only renamed they would go on without limit.
+// Copies the file to FILE.1 and empties it. It stays the same file, because programs that the broker has started write
+// to it as well, at its end: in a file that is only renamed they would go on without limit.
 void put_aside(off_t size)
 {
     int from = ::open("/proc/self/fd/2", O_RDONLY | O_CLOEXEC);
-    int to = ::open((state.file + ".1").c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
+    int to = ::open((state.file + ".1").c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC,
+                    0600);
     bool good = from >= 0 && to >= 0;
     off_t at = std::max<off_t>(0, size - state.limit);
     while (good && at < size)

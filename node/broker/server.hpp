@@ -174,6 +174,7 @@ private:
     void reap_children();
     void read_report(int process);
     void reap_connections();
+    void send_or_throw(connection_id to, std::span<const std::byte> message, handover what, session_id session);
     void enqueue(connection_id to, link &connection, outgoing message);
     static sent write_one(const link &connection, const outgoing &message);
     static void drop(const outgoing &message);

@@ -1,5 +1,5 @@
-// server_links.cpp - the connections of programs: their messages in and out, and the answers to the operator's commands.
-// One thread.
+// server_links.cpp - the connections of programs: their messages in and out, answers to the operator's commands. One
+// thread.
 #include "broker/server.hpp"
 
 #include <algorithm>
@@ -256,7 +256,14 @@ void server::write_connection(connection_id id)
     want_room(id, connection, false);
 }
 
+// A program that cannot be told something must not wait for it: it loses its connection, whoever's message brought it
+// about.
 void server::send(connection_id to, std::span<const std::byte> message, handover what, session_id session)
+{
+    guarded(watched::connection, to, [&] { send_or_throw(to, message, what, session); });
+}
+
+void server::send_or_throw(connection_id to, std::span<const std::byte> message, handover what, session_id session)
 {
     outgoing item{{message.begin(), message.end()}, -1, false};
     if (what == handover::control_page)
@@ -444,7 +451,7 @@ void server::tick_links()
     {
         for (connection_id id : std::exchange(retries_, {}))
         {
-            write_connection(id);
+            guarded(watched::connection, id, [&] { write_connection(id); });
         }
     }
 }

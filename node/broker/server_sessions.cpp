@@ -95,8 +95,8 @@ start_trouble account_of(const std::string &user, account &as)
     return {};
 }
 
-// Starts a program in a session of its own. `report` ends when it runs; what has gone wrong before its first instruction
-// comes through it. A program may lie where reading it takes long, so nobody waits for that here.
+// Starts a program in a session of its own. `report` ends when it runs; what has gone wrong before its first
+// instruction comes through it. A program may lie where reading it takes long, so nobody waits for that here.
 start_trouble launch(const std::string &command, std::vector<char *> arguments, std::vector<char *> environment,
                      const account &as, pid_t &pid, int &report)
 {

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <poll.h>
+#include <sys/fanotify.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -485,6 +486,38 @@ TEST_F(node, DescriptorsThatStayOnTheirWayCostNoProcessorTime)
     }
     kill(broker, SIGTERM);
     EXPECT_EQ(waitpid(broker, nullptr, 0), broker);
+}
+
+TEST_F(abused_node, ConnectionsDoNotHaveTheirUserLookedUpAgainAndAgain)
+{
+    client(directory).greet(); // the first
+    int watcher = fanotify_init(FAN_CLASS_NOTIF | FAN_CLOEXEC | FAN_NONBLOCK, O_RDONLY | O_CLOEXEC);
+    if (watcher < 0 || fanotify_mark(watcher, FAN_MARK_ADD, FAN_OPEN, AT_FDCWD, "/etc/passwd") != 0)
+    {
+        close(watcher);
+        GTEST_SKIP() << "the system lets only root see who opens a file";
+    }
+    close(open("/etc/passwd", O_RDONLY | O_CLOEXEC)); // is seen, so that the silence of the broker means something
+    for (int i = 0; i < 20; ++i)
+    {
+        client(directory).greet();
+    }
+    int ours = 0;
+    int brokers = 0;
+    alignas(fanotify_event_metadata) char room[4096];
+    for (ssize_t size; (size = read(watcher, room, sizeof room)) > 0;)
+    {
+        for (auto *one = reinterpret_cast<fanotify_event_metadata *>(room); FAN_EVENT_OK(one, size);
+             one = FAN_EVENT_NEXT(one, size))
+        {
+            ours += one->pid == getpid();
+            brokers += one->pid == broker_pid();
+            close(one->fd);
+        }
+    }
+    close(watcher);
+    EXPECT_EQ(ours, 1);
+    EXPECT_EQ(brokers, 0);
 }
 
 TEST_F(abused_node, MemoryThatRunsOutCostsThoseWhoAskForIt)
