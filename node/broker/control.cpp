@@ -1,12 +1,16 @@
-// control.cpp - the operator's commands. Each makes one JSON document; the text for people is made from it, so that
-// both always say the same.
+// control.cpp - the operator's commands. Each finds facts, or rows of them; JSON and the text for people are both made
+// from these, so that they always say the same.
 #include "broker/control.hpp"
 #include "broker/names.hpp"
 
 #include <algorithm>
-#include <cstdio>
+#include <compare>
+#include <concepts>
 #include <nlohmann/json.hpp>
+#include <string_view>
+#include <type_traits>
 #include <unistd.h>
+#include <variant>
 
 namespace broker {
 
@@ -14,96 +18,181 @@ namespace {
 
 using json = nlohmann::ordered_json;
 
+// What is shown of one thing. Tables may have many thousand rows, and everybody waits while one is made: no document is
+// built of them, text and JSON are written straight from the rows.
+struct cell
+{
+    cell(std::nullptr_t) {}
+    cell(bool yes) : value(yes) {}
+    cell(double number) : value(number) {}
+    cell(const char *text) : value(std::string(text)) {}
+    cell(std::string text) : value(std::move(text)) {}
+    cell(std::signed_integral auto number) : value(static_cast<std::int64_t>(number)) {}
+    cell(std::unsigned_integral auto number) : value(static_cast<std::uint64_t>(number)) {}
+    auto operator<=>(const cell &) const = default;
+
+    std::variant<std::monostate, bool, double, std::int64_t, std::uint64_t, std::string> value; // first: none
+};
+
+using row = std::vector<std::pair<std::string_view, cell>>; // by name; names are literals
+using table = std::vector<row>;                             // all with the same names
+
 // Bytes that are no UTF-8 (of a file name, say) come out as the replacement character.
+std::string dump(const json &document, int indent)
+{
+    return document.dump(indent, ' ', false, json::error_handler_t::replace);
+}
+
 std::string document_text(const json &document)
 {
-    return document.dump(2, ' ', false, json::error_handler_t::replace) + "\n";
+    return dump(document, 2) + "\n";
 }
 
-std::string value_text(const json &value)
+void append_json(std::string &out, const cell &one)
 {
-    if (value.is_string())
-    {
-        return value.get<std::string>().empty() ? "-" : value.get<std::string>();
-    }
-    if (value.is_boolean())
-    {
-        return value.get<bool>() ? "yes" : "no";
-    }
-    if (value.is_null())
-    {
-        return "-";
-    }
-    if (value.is_array())
-    {
-        std::string list;
-        for (const json &one : value)
-        {
-            list += (list.empty() ? "" : " ") + value_text(one);
-        }
-        return list.empty() ? "-" : list;
-    }
-    return value.dump();
+    auto plain = [](char c) { return c >= 0x20 && c <= 0x7E && c != '"' && c != '\\'; };
+    std::visit(
+        [&]<class Value>(const Value &value) {
+            if constexpr (std::is_same_v<Value, std::monostate>)
+            {
+                out += "null";
+            }
+            else if constexpr (std::is_same_v<Value, std::int64_t> || std::is_same_v<Value, std::uint64_t>)
+            {
+                out += std::to_string(value);
+            }
+            else if constexpr (std::is_same_v<Value, std::string>)
+            {
+                bool as_it_is = std::all_of(value.begin(), value.end(), plain);
+                out += as_it_is ? '"' + value + '"' : dump(json(value), -1);
+            }
+            else
+            {
+                out += dump(json(value), -1);
+            }
+        },
+        one.value);
 }
 
-std::string heading(std::string key)
+void append_json(std::string &out, const row &facts, std::string_view indent)
 {
-    std::replace(key.begin(), key.end(), '_', ' ');
-    return key;
+    out += "{";
+    for (const auto &[name, value] : facts)
+    {
+        out += &facts.front().first == &name ? "\n" : ",\n";
+        out.append(indent).append("  \"").append(name).append("\": ");
+        append_json(out, value);
+    }
+    out.append("\n").append(indent).append("}");
 }
 
-// A table: one row per object, columns as the first one has them.
-std::string table_text(const json &rows)
+std::string document_text(const row &facts)
+{
+    std::string text;
+    append_json(text, facts, "");
+    return text + "\n";
+}
+
+std::string document_text(const table &rows)
+{
+    std::string text = "[";
+    for (const row &one : rows)
+    {
+        text += &one == &rows.front() ? "\n  " : ",\n  ";
+        append_json(text, one, "  ");
+    }
+    return text + (rows.empty() ? "]\n" : "\n]\n");
+}
+
+void append_text(std::string &out, const cell &one)
+{
+    if (const auto *text = std::get_if<std::string>(&one.value))
+    {
+        out += text->empty() ? "-" : *text;
+    }
+    else if (const auto *yes = std::get_if<bool>(&one.value))
+    {
+        out += *yes ? "yes" : "no";
+    }
+    else if (std::holds_alternative<std::monostate>(one.value))
+    {
+        out += "-";
+    }
+    else
+    {
+        append_json(out, one);
+    }
+}
+
+std::string heading(std::string_view name)
+{
+    std::string text(name);
+    std::replace(text.begin(), text.end(), '_', ' ');
+    return text;
+}
+
+// A table: a line per row, columns as the first one has them.
+std::string table_text(const table &rows)
 {
     if (rows.empty())
     {
         return "none\n";
     }
-    std::vector<std::vector<std::string>> lines(1);
-    for (const auto &[key, value] : rows.front().items())
+    const std::size_t columns = rows.front().size();
+    std::string all; // the texts of all fields, one behind the other
+    std::vector<std::size_t> ends;
+    std::vector<std::size_t> widths(columns);
+    auto field_ends = [&] {
+        std::size_t &width = widths[ends.size() % columns];
+        width = std::max(width, all.size() - (ends.empty() ? 0 : ends.back()));
+        ends.push_back(all.size());
+    };
+    for (const auto &[name, value] : rows.front())
     {
-        lines[0].push_back(heading(key));
+        all += heading(name);
+        field_ends();
     }
-    for (const json &row : rows)
+    for (const row &one : rows)
     {
-        lines.emplace_back();
-        for (const auto &[key, value] : row.items())
+        for (const auto &[name, value] : one)
         {
-            lines.back().push_back(value_text(value));
-        }
-    }
-    std::vector<std::size_t> widths(lines[0].size());
-    for (const auto &line : lines)
-    {
-        for (std::size_t i = 0; i < line.size(); ++i)
-        {
-            widths[i] = std::max(widths[i], line[i].size());
+            append_text(all, value);
+            field_ends();
         }
     }
     std::string text;
-    for (const auto &line : lines)
+    std::size_t begin = 0;
+    for (std::size_t i = 0; i < ends.size(); ++i)
     {
-        for (std::size_t i = 0; i < line.size(); ++i)
+        const std::size_t column = i % columns;
+        text.append(all, begin, ends[i] - begin);
+        if (column + 1 == columns)
         {
-            text += line[i];
-            text += i + 1 == line.size() ? "\n" : std::string(widths[i] - line[i].size() + 2, ' ');
+            text += '\n';
         }
+        else
+        {
+            text.append(widths[column] - (ends[i] - begin) + 2, ' ');
+        }
+        begin = ends[i];
     }
     return text;
 }
 
 // A list of facts, one on a line.
-std::string facts_text(const json &facts)
+std::string facts_text(const row &facts)
 {
     std::size_t width = 0;
-    for (const auto &[key, value] : facts.items())
+    for (const auto &[name, value] : facts)
     {
-        width = std::max(width, key.size());
+        width = std::max(width, name.size());
     }
     std::string text;
-    for (const auto &[key, value] : facts.items())
+    for (const auto &[name, value] : facts)
     {
-        text += heading(key) + ":" + std::string(width - key.size() + 1, ' ') + value_text(value) + "\n";
+        text += heading(name) + ":" + std::string(width - name.size() + 1, ' ');
+        append_text(text, value);
+        text += '\n';
     }
     return text;
 }
@@ -146,7 +235,7 @@ bool audit_on(const wire::control_page &page)
     return (page.trace_control[wire::audit_byte] & wire::audit_off_bit) == 0;
 }
 
-json status(desk &node)
+row status(desk &node)
 {
     const exchange &books = node.books();
     std::size_t queued = 0;
@@ -183,9 +272,9 @@ json status(desk &node)
     };
 }
 
-json show_lus(desk &node)
+table show_lus(desk &node)
 {
-    json rows = json::array();
+    table rows;
     const config &settings = node.books().settings();
     for (std::size_t i = 0; i < settings.lus.size(); ++i)
     {
@@ -205,9 +294,9 @@ json show_lus(desk &node)
     return rows;
 }
 
-json show_modes(desk &node)
+table show_modes(desk &node)
 {
-    json rows = json::array();
+    table rows;
     for (const mode_entry &mode : node.books().settings().modes)
     {
         std::uint32_t sessions = 0;
@@ -216,15 +305,15 @@ json show_modes(desk &node)
             sessions += way.mode == mode.name ? count : 0;
         }
         rows.push_back({{"mode", mode.name.empty() ? "(blank)" : mode.name},
-                        {"session_limit", mode.session_limit == 0 ? json("none") : json(mode.session_limit)},
+                        {"session_limit", mode.session_limit == 0 ? cell("none") : cell(mode.session_limit)},
                         {"sessions", sessions}});
     }
     return rows;
 }
 
-json show_side_info(desk &node)
+table show_side_info(desk &node)
 {
-    json rows = json::array();
+    table rows;
     for (const side_info_entry &entry : node.books().settings().side_infos)
     {
         rows.push_back({{"destination", entry.destination},
@@ -239,9 +328,9 @@ json show_side_info(desk &node)
     return rows;
 }
 
-json show_names(desk &node)
+table show_names(desk &node)
 {
-    json rows = json::array();
+    table rows;
     const exchange &books = node.books();
     for (const auto &[name, owners] : books.names())
     {
@@ -264,9 +353,9 @@ json show_names(desk &node)
     return rows;
 }
 
-json show_programs(desk &node)
+table show_programs(desk &node)
 {
-    json rows = json::array();
+    table rows;
     const exchange &books = node.books();
     for (const auto &[id, c] : books.connections())
     {
@@ -284,9 +373,9 @@ json show_programs(desk &node)
     return rows;
 }
 
-json show_startable(desk &node)
+table show_startable(desk &node)
 {
-    json rows = json::array();
+    table rows;
     for (const program_entry &program : node.books().settings().programs)
     {
         rows.push_back({{"tp_name", tp_name_text(program.tp_name)},
@@ -299,19 +388,19 @@ json show_startable(desk &node)
 }
 
 // Bytes that one end has sent, as it counts them, else as the other end has received them.
-json bytes_sent(const wire::conversation_counters *end, const wire::conversation_counters *other)
+cell bytes_sent(const wire::conversation_counters *end, const wire::conversation_counters *other)
 {
-    return end != nullptr ? json(end->sent) : other != nullptr ? json(other->received) : json(nullptr);
+    return end != nullptr ? cell(end->sent) : other != nullptr ? cell(other->received) : cell(nullptr);
 }
 
-json session_row(desk &node, const session &s, const counted_ends &counted)
+row session_row(desk &node, const session &s, const counted_ends &counted)
 {
     auto end_of = [&](bool allocating) {
         auto found = counted.find({s.id, allocating});
         return found == counted.end() ? nullptr : &found->second;
     };
     auto state_of = [](const wire::conversation_counters *end) {
-        return end == nullptr ? json(nullptr) : json(conversation_state_text(end->state));
+        return end == nullptr ? cell(nullptr) : cell(conversation_state_text(end->state));
     };
     const wire::conversation_counters *from = end_of(true);
     const wire::conversation_counters *to = end_of(false);
@@ -324,7 +413,7 @@ json session_row(desk &node, const session &s, const counted_ends &counted)
             {"type", s.conv_type == 0 ? "basic" : "mapped"},
             {"sync_level", s.sync_level == 0 ? "none" : "confirm"},
             {"from_pid", s.allocated_by.pid},
-            {"to_pid", s.acceptor_pid == 0 ? json(nullptr) : json(s.acceptor_pid)},
+            {"to_pid", s.acceptor_pid == 0 ? cell(nullptr) : cell(s.acceptor_pid)},
             {"from_state", state_of(from)},
             {"to_state", state_of(to)},
             {"from_bytes", bytes_sent(from, to)},
@@ -332,9 +421,9 @@ json session_row(desk &node, const session &s, const counted_ends &counted)
             {"age_seconds", seconds(node.now() - s.since)}};
 }
 
-json show_conversations(desk &node, bool queued_only)
+table show_conversations(desk &node, bool queued_only)
 {
-    json rows = json::array();
+    table rows;
     const counted_ends counted = node.counted();
     for (const auto &[id, s] : node.books().sessions())
     {
@@ -388,7 +477,7 @@ void switch_bit(wire::control_page &page, std::size_t byte, std::uint8_t bit, bo
 struct show_command
 {
     const char *what;
-    json (*make)(desk &);
+    table (*make)(desk &);
 };
 
 const show_command show_commands[] = {
@@ -415,21 +504,21 @@ std::string findings_json(const std::string &file, const config_findings &findin
 
 control_answer answer_command(desk &node, const std::string &command, bool as_json, bool may_change)
 {
-    auto facts = [&](const json &document) {
-        return control_answer{true, as_json ? document_text(document) : facts_text(document)};
+    auto facts = [&](const row &found) {
+        return control_answer{true, as_json ? document_text(found) : facts_text(found)};
     };
     auto wrong = [&](const std::string &text) {
-        return control_answer{false, as_json ? document_text(json{{"error", text}}) : text + "\n"};
+        return control_answer{false, as_json ? document_text(row{{"error", text}}) : text + "\n"};
     };
     if (command == "status")
     {
         return facts(status(node));
     }
-    for (const show_command &row : show_commands)
+    for (const show_command &one : show_commands)
     {
-        if (command == std::string("show ") + row.what)
+        if (command == std::string("show ") + one.what)
         {
-            json rows = row.make(node);
+            table rows = one.make(node);
             return {true, as_json ? document_text(rows) : table_text(rows)};
         }
     }
@@ -446,7 +535,7 @@ control_answer answer_command(desk &node, const std::string &command, bool as_js
         {"audit off", wire::audit_byte, wire::audit_off_bit, true},
     };
     auto known = std::find_if(std::begin(switches), std::end(switches),
-                              [&](const auto &row) { return command == row.command; });
+                              [&](const auto &one) { return command == one.command; });
     if (known == std::end(switches) && command != "stop" && command != "reload")
     {
         std::string shown = command.substr(0, 40);

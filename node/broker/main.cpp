@@ -1,5 +1,6 @@
 // main.cpp - the broker program: its arguments, going into the background, one broker for each directory.
 #include "broker/config.hpp"
+#include "broker/log.hpp"
 #include "broker/server.hpp"
 #include "wire/directory.hpp"
 
@@ -30,7 +31,7 @@ enum exit_code
     exit_already_running = 3,
 };
 
-constexpr off_t max_broker_log = 1 << 20; // bytes; a longer one is put aside at start
+constexpr off_t max_broker_log = 1 << 20; // bytes; a longer one is put aside
 constexpr int lock_tries = 500;           // of 20 ms: how long a broker that is leaving is waited for
 
 // What became of a start, as the background process tells the one that was called.
@@ -209,21 +210,12 @@ bool detach(const std::string &directory, int report)
     {
         return false;
     }
-    std::string log = directory + "/broker.log";
-    struct stat status;
-    if (stat(log.c_str(), &status) == 0 && status.st_size > max_broker_log)
-    {
-        rename(log.c_str(), (log + ".1").c_str());
-    }
-    int out = open(log.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
     int null = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    if (out < 0 || null < 0)
+    if (null < 0 || !broker::log_into(directory + "/broker.log", max_broker_log))
     {
         return false;
     }
     dup2(null, STDIN_FILENO);
-    dup2(out, STDOUT_FILENO);
-    dup2(out, STDERR_FILENO);
     dup2(report, STDERR_FILENO + 1);
     close_range(STDERR_FILENO + 2, ~0u, 0);
     return true;

@@ -5,6 +5,7 @@
 #include "broker/control.hpp"
 #include "broker/counters.hpp"
 #include "broker/exchange.hpp"
+#include "broker/log.hpp"
 #include "broker/page.hpp"
 #include "broker/passwords.hpp"
 #include "broker/records.hpp"
@@ -12,7 +13,10 @@
 
 #include <cstdint>
 #include <deque>
+#include <exception>
 #include <functional>
+#include <optional>
+#include <set>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -26,9 +30,6 @@ struct server_options
     std::int64_t idle_ms = -1; // -1: as the configuration says
     int listener = -1;        // handed over by a service manager; -1: make the socket
 };
-
-// One line for the log, with time and process, on standard error.
-void log_line(const std::string &text);
 
 class server : private outside, private desk
 {
@@ -52,6 +53,8 @@ private:
         passwords,
         connection,
         session,
+        program, // whether it could be started
+        clock,   // nothing; an event that belongs to nobody
     };
 
     struct outgoing
@@ -59,6 +62,26 @@ private:
         std::vector<std::byte> bytes;
         int descriptor;  // -1: none
         bool ours;       // the descriptor is closed once it has gone out
+    };
+
+    // An operator's answer; it goes out piece by piece as its reader takes them.
+    struct pending_answer
+    {
+        control_answer whole;
+        std::uint32_t correlation;
+        milliseconds begun;
+        milliseconds read_on = begun; // when the reader had taken all pieces so far
+        std::size_t done = 0;         // bytes of the text that are in pieces
+        bool all_taken = false;       // there is no further piece; the last one may still wait for its reader
+    };
+
+    // What became of sending a message.
+    enum class sent
+    {
+        whole,
+        full,   // its reader has to read first
+        later,  // the system is short of something; nothing tells when that is over
+        failed, // the connection is of no use any more
     };
 
     struct link
@@ -71,6 +94,7 @@ private:
         bool may_change = false;
         counter_view counters; // what its program counts
         std::string record;    // the beginning of one that comes in parts
+        std::optional<pending_answer> answer;
     };
 
     struct held_session
@@ -85,6 +109,13 @@ private:
     {
         std::string tp_name;
         std::string command;
+        int report; // says whether it could be started; -1: it runs
+    };
+
+    struct known_user
+    {
+        std::string name;
+        milliseconds since; // when it was looked up
     };
 
     // outside
@@ -113,17 +144,48 @@ private:
 
     bool open_listener(std::string &trouble);
     void open_to_users() const;
+    static std::uint64_t event_word(watched what, std::uint32_t number)
+    {
+        return static_cast<std::uint64_t>(what) << 32 | number;
+    }
     bool watch(int fd, watched what, std::uint32_t number, std::uint32_t events);
+    void serve(watched what, std::uint32_t number, std::uint32_t events);
+    void end_of(watched what, std::uint32_t number, const char *trouble);
+    // The last resort: what cannot be done, for want of memory above all, costs the one it was to be done for.
+    template <class Work>
+    void guarded(watched what, std::uint32_t number, Work work)
+    {
+        try
+        {
+            work();
+        }
+        catch (const std::exception &trouble)
+        {
+            end_of(what, number, trouble.what());
+        }
+    }
     void accept_connections();
     bool accept_one(int fd);
+    const std::string &name_of_user(std::uint32_t uid);
     void read_connection(connection_id id);
     void write_connection(connection_id id);
     void read_signals();
     void read_passwords();
     void reap_children();
+    void read_report(int process);
     void reap_connections();
+    void send_or_throw(connection_id to, std::span<const std::byte> message, handover what, session_id session);
     void enqueue(connection_id to, link &connection, outgoing message);
-    bool write_one(link &connection, const outgoing &message, bool &full);
+    static sent write_one(const link &connection, const outgoing &message);
+    static void drop(const outgoing &message);
+    void want_room(connection_id id, link &connection, bool wanted);
+    void retry_later(connection_id id);
+    bool next_piece(connection_id id, link &connection);
+    void forget_answer(connection_id id, link &connection);
+    bool room_for_answer();
+    void end_answers(milliseconds pause);
+    std::optional<milliseconds> links_deadline() const;
+    void tick_links();
     bool idle_for(milliseconds &left);
     bool leave();
     void settings_into_page();
@@ -145,8 +207,13 @@ private:
     std::unordered_map<connection_id, link> links_;
     std::unordered_map<session_id, held_session> held_;
     std::unordered_map<int, child> children_; // by process
+    std::unordered_map<std::uint32_t, known_user> users_;
     std::vector<std::pair<std::string, program_end>> not_started_; // TP names of programs that could not be started
     std::vector<connection_id> closing_;
+    std::set<connection_id> answering_;  // those with an answer on its way
+    std::size_t answer_bytes_ = 0;       // of these answers
+    std::set<connection_id> retries_;    // those whose message is to be tried again
+    milliseconds retry_at_ = 0;
     std::vector<std::byte> buffer_;
 };
 

@@ -20,19 +20,30 @@ namespace {
 
 constexpr int connections_at_once = 64; // accepted before others have their turn
 
-std::string name_of_user(uid_t uid)
+constexpr milliseconds name_time = 60'000; // before the name of another user is looked up again
+constexpr std::size_t max_names = 1'000;   // that are kept
+
+} // namespace
+
+// The system may have to ask another machine for a name, and everybody waits meanwhile; so it is not asked each time.
+const std::string &server::name_of_user(std::uint32_t uid)
 {
+    auto known = users_.find(uid);
+    bool owner = uid == geteuid() || uid == 0;
+    if (known != users_.end() && (owner || now() < known->second.since + name_time))
+    {
+        return known->second.name;
+    }
+    if (users_.size() >= max_names)
+    {
+        users_.clear();
+    }
     char buffer[4096];
     passwd entry;
     passwd *found = nullptr;
-    if (getpwuid_r(uid, &entry, buffer, sizeof buffer, &found) == 0 && found != nullptr)
-    {
-        return found->pw_name;
-    }
-    return std::to_string(uid);
+    bool good = getpwuid_r(uid, &entry, buffer, sizeof buffer, &found) == 0 && found != nullptr;
+    return (users_[uid] = {good ? found->pw_name : std::to_string(uid), now()}).name;
 }
-
-} // namespace
 
 bool server::open_listener(std::string &trouble)
 {
@@ -104,12 +115,12 @@ bool server::accept_one(int fd)
     ucred who;
     socklen_t size = sizeof who;
     bool good = getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &who, &size) == 0;
-    peer identity{good ? who.uid : 0, good ? who.pid : 0, good ? name_of_user(who.uid) : "", false};
+    peer identity{good ? who.uid : 0, good ? who.pid : 0, good ? name_of_user(who.uid) : std::string(), false};
     bool owner = good && (who.uid == geteuid() || who.uid == 0);
     identity.owner = owner;
     if (!good || (!owner && !exchange_.settings().lets_in(identity.user)))
     {
-        log_line("refused a connection of user " + identity.user + ", who is not allowed here");
+        log_limited("user", "refused a connection of user " + identity.user + ", who is not allowed here");
         return false;
     }
     do
@@ -117,19 +128,29 @@ bool server::accept_one(int fd)
         ++last_connection_;
     } while (last_connection_ == 0 || links_.contains(last_connection_));
     connection_id id = last_connection_;
-    if (!exchange_.connected(id, identity, now()))
-    {
-        log_line("refused a connection of process " + std::to_string(who.pid) + ": it or its user has too many");
-        return false;
-    }
+    closing_.reserve(links_.size() < closing_.capacity() ? 0 : 2 * links_.size() + 64);
     link &added = links_[id];
     added.fd = fd;
     added.may_change = owner;
-    if (!watch(fd, watched::connection, id, EPOLLIN))
+    bool welcome = false;
+    guarded(watched::connection, id, [&] {
+        welcome = exchange_.connected(id, identity, now());
+        if (welcome && !watch(fd, watched::connection, id, EPOLLIN))
+        {
+            close_connection(id, "the system cannot watch it");
+        }
+    });
+    if (added.closing)
     {
-        close_connection(id, "the system cannot watch it");
+        return true; // and is on its way out
     }
-    return true;
+    if (!welcome)
+    {
+        links_.erase(id);
+        log_limited("quota",
+                    "refused a connection of process " + std::to_string(who.pid) + ": it or its user has too many");
+    }
+    return welcome;
 }
 
 void server::accept_connections()
@@ -139,7 +160,9 @@ void server::accept_connections()
         int fd = accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
         if (fd >= 0)
         {
-            if (!accept_one(fd))
+            bool taken = false;
+            guarded(watched::listener, 0, [&] { taken = accept_one(fd); });
+            if (!taken)
             {
                 close(fd);
             }
@@ -153,9 +176,10 @@ void server::accept_connections()
             if (fd >= 0)
             {
                 close(fd);
-                log_line("refused a connection: no descriptor is left; raise the limit of open files");
+                log_limited("descriptors",
+                            "refused a connection: no descriptor is left; raise the limit of open files");
             }
-            spare_ = dup(epoll_);
+            spare_ = fcntl(epoll_, F_DUPFD_CLOEXEC, 0);
             continue;
         }
         if (errno != EINTR && errno != ECONNABORTED)

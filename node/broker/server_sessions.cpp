@@ -95,25 +95,30 @@ start_trouble account_of(const std::string &user, account &as)
     return {};
 }
 
-// Starts a program in a session of its own; what goes wrong up to its first instruction comes back through a pipe.
+// Starts a program in a session of its own. `report` ends when it runs; what has gone wrong before its first
+// instruction comes through it. A program may lie where reading it takes long, so nobody waits for that here.
 start_trouble launch(const std::string &command, std::vector<char *> arguments, std::vector<char *> environment,
-                     const account &as, pid_t &pid)
+                     const account &as, pid_t &pid, int &report)
 {
-    int report[2];
-    if (pipe2(report, O_CLOEXEC) != 0)
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0)
     {
         return trouble_of(errno);
     }
     pid = fork();
     if (pid == 0)
     {
-        // Only what a forked thread may call. Standard output and error are the broker's: its log.
+        // Only what a forked thread may call. Standard output and error are the broker's: its log. Nothing else of the
+        // broker's goes further, from this moment on: a socket that is held here would seem to live on elsewhere.
+        constexpr int out = STDERR_FILENO + 1; // at most a pipe's first end has had this number
+        dup3(ends[1], out, O_CLOEXEC);
+        close_range(out + 1, ~0u, 0);
         sigset_t none;
         sigemptyset(&none);
         sigprocmask(SIG_SETMASK, &none, nullptr);
         std::signal(SIGPIPE, SIG_DFL);
         setsid();
-        int null = ::open("/dev/null", O_RDONLY);
+        int null = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
         dup2(null, STDIN_FILENO);
         if (!as.other ||
             (setgroups(as.groups.size(), as.groups.data()) == 0 && setgid(as.gid) == 0 && setuid(as.uid) == 0))
@@ -121,24 +126,23 @@ start_trouble launch(const std::string &command, std::vector<char *> arguments, 
             execve(command.c_str(), arguments.data(), environment.data());
         }
         int error = errno;
-        [[maybe_unused]] ssize_t written = write(report[1], &error, sizeof error);
+        [[maybe_unused]] ssize_t written = write(out, &error, sizeof error);
         _exit(127);
     }
     int error = pid < 0 ? errno : 0;
-    close(report[1]);
-    if (pid > 0)
+    close(ends[1]);
+    if (pid < 0)
     {
-        while (read(report[0], &error, sizeof error) < 0 && errno == EINTR)
-        {
-        }
+        close(ends[0]);
+        return trouble_of(error);
     }
-    close(report[0]);
-    if (error == 0)
-    {
-        return {};
-    }
-    pid = -1; // of a child that could not go on: it is collected like any other, but was never a program
-    return trouble_of(error);
+    report = ends[0];
+    return {};
+}
+
+void say_not_started(const std::string &command, const std::string &tp_name, const std::string &why)
+{
+    log_limited("start", "cannot start " + command + " for TP " + tp_name_text(tp_name) + ": " + why);
 }
 
 } // namespace
@@ -148,7 +152,7 @@ bool server::open_session(session_id id)
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends) != 0)
     {
-        log_line(std::string("cannot make a session: ") + std::strerror(errno));
+        log_limited("session", std::string("cannot make a session: ") + std::strerror(errno));
         return false;
     }
     if (!watch(ends[1], watched::session, id, EPOLLIN))
@@ -252,6 +256,10 @@ void server::start_program(const program_entry &program, const std::string &loca
     {
         environment.emplace_back(*variable);
     }
+    // What a service manager has told the broker is for the broker alone.
+    std::erase_if(environment, [](const std::string &one) {
+        return one.starts_with("NOTIFY_SOCKET=") || one.starts_with("WATCHDOG_");
+    });
     set_variable(environment, "CPIC_NODE_DIR", options_.directory);
     // A service TP name is no text that the variable could carry: such a program names itself.
     std::string name = tp_name_text(program.tp_name);
@@ -267,17 +275,46 @@ void server::start_program(const program_entry &program, const std::string &loca
     account as;
     start_trouble trouble = account_of(program.user, as);
     pid_t pid = -1;
+    int report = -1;
     if (trouble.text.empty())
     {
-        trouble = launch(program.command, pointers(arguments), pointers(environment), as, pid);
+        trouble = launch(program.command, pointers(arguments), pointers(environment), as, pid, report);
     }
     if (pid > 0)
     {
-        children_[pid] = {program.tp_name, program.command};
+        children_[pid] = {program.tp_name, program.command, report};
+        watch(report, watched::program, static_cast<std::uint32_t>(pid), EPOLLIN); // else its end tells
         return;
     }
-    log_line("cannot start " + program.command + " for TP " + name + ": " + trouble.text);
+    say_not_started(program.command, program.tp_name, trouble.text);
     not_started_.emplace_back(program.tp_name, trouble.how);
+}
+
+// Whether a program that is being started runs now, or never will.
+void server::read_report(int process)
+{
+    auto found = children_.find(process);
+    if (found == children_.end() || found->second.report < 0)
+    {
+        return;
+    }
+    int error = 0;
+    ssize_t size = read(found->second.report, &error, sizeof error);
+    if (size < 0 && (errno == EAGAIN || errno == EINTR))
+    {
+        return;
+    }
+    epoll_ctl(epoll_, EPOLL_CTL_DEL, found->second.report, nullptr);
+    close(std::exchange(found->second.report, -1));
+    if (size != sizeof error)
+    {
+        return;
+    }
+    child failed = std::move(found->second);
+    children_.erase(found); // its process is collected like any other, but was never a program
+    start_trouble trouble = trouble_of(error);
+    say_not_started(failed.command, failed.tp_name, trouble.text);
+    exchange_.program_ended(failed.tp_name, trouble.how, now());
 }
 
 } // namespace broker

@@ -1,57 +1,21 @@
 // abuse_test.cpp - clients that lie, flood or stall cost their own connection, and nothing else.
-#include "processes.hpp"
+#include "abused_node.hpp"
 #include "wire/node_file.hpp"
 
 #include <csignal>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <poll.h>
+#include <sys/fanotify.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
 namespace test {
 namespace {
-
-struct abused_node : node
-{
-    void SetUp() override
-    {
-        node::SetUp();
-        start();
-    }
-    // Another program is served as if nothing had happened.
-    void expect_service()
-    {
-        client server(directory);
-        client caller(directory);
-        ASSERT_TRUE(server.connected());
-        ASSERT_TRUE(caller.connected());
-        server.greet();
-        caller.greet();
-        server.add_name("WITNESS");
-        ASSERT_TRUE(server.accept("WITNESS"));
-        received granted = caller.allocate("WITNESS");
-        ASSERT_EQ(granted.descriptors.size(), 1u);
-        send_attach(granted.descriptors[0], "hello");
-        received taken = server.next();
-        ASSERT_EQ(taken.descriptors.size(), 1u);
-        EXPECT_EQ(read_bytes(taken.descriptors[0], 5), "hello");
-        close(granted.descriptors[0]);
-        close(taken.descriptors[0]);
-    }
-    std::size_t broker_descriptors() const
-    {
-        std::size_t count = 0;
-        for ([[maybe_unused]] const auto &entry :
-             std::filesystem::directory_iterator("/proc/" + std::to_string(broker_pid()) + "/fd"))
-        {
-            ++count;
-        }
-        return count;
-    }
-};
 
 TEST_F(abused_node, Garbage)
 {
@@ -444,6 +408,143 @@ TEST_F(abused_node, WithoutDescriptorsLeftItGoesOn)
         }
     }
     EXPECT_TRUE(wait_until([&] { return broker_descriptors() < 20; }));
+    expect_service();
+}
+
+TEST_F(node, DescriptorsThatStayOnTheirWayCostNoProcessorTime)
+{
+    // The system counts a user's descriptors on their way, whoever sends them; only root is beyond that.
+    const uid_t user = geteuid() == 0 ? 65534 : geteuid();
+    ASSERT_TRUE(chown(directory.c_str(), user, static_cast<gid_t>(-1)) == 0);
+    int news[2];
+    ASSERT_EQ(pipe2(news, O_CLOEXEC), 0);
+    pid_t broker = fork();
+    if (broker == 0)
+    {
+        rlimit files{100, 100};
+        setrlimit(RLIMIT_NOFILE, &files);
+        if (setuid(user) == 0)
+        {
+            execl(CPICNODED, CPICNODED, "--dir", directory.c_str(), nullptr);
+        }
+        _exit(127);
+    }
+    ASSERT_TRUE(wait_until([&] { return std::filesystem::exists(directory + "/broker.sock"); }));
+    client caller(directory);
+    caller.greet();
+    pid_t sender = fork();
+    if (sender == 0)
+    {
+        int null = open("/dev/null", O_RDONLY);
+        std::vector<int> many(120, null);
+        bool good = setuid(user) == 0;
+        int ends[2];
+        for (int i = 0; i < 3 && good; ++i)
+        {
+            iovec place{&good, 1};
+            std::vector<char> room(CMSG_SPACE(many.size() * sizeof(int)));
+            msghdr message{};
+            message.msg_iov = &place;
+            message.msg_iovlen = 1;
+            message.msg_control = room.data();
+            message.msg_controllen = room.size();
+            cmsghdr *rights = CMSG_FIRSTHDR(&message);
+            rights->cmsg_level = SOL_SOCKET;
+            rights->cmsg_type = SCM_RIGHTS;
+            rights->cmsg_len = CMSG_LEN(many.size() * sizeof(int));
+            std::memcpy(CMSG_DATA(rights), many.data(), many.size() * sizeof(int));
+            good = socketpair(AF_UNIX, SOCK_STREAM, 0, ends) == 0 && sendmsg(ends[0], &message, 0) == 1;
+        }
+        [[maybe_unused]] ssize_t told = write(news[1], &good, 1);
+        pause();
+        _exit(0);
+    }
+    bool flooded = false;
+    ASSERT_EQ(read(news[0], &flooded, 1), 1);
+    EXPECT_TRUE(flooded);
+    wire::allocate request{};
+    broker::to_ascii(request.partner_alias, "LOCALLU");
+    broker::to_ebcdic(request.mode, "#INTER");
+    broker::to_ebcdic(request.tp_name, "SERVER");
+    ASSERT_TRUE(caller.say(request, wire::message_kind::allocate, 10));
+    clockid_t clock;
+    ASSERT_EQ(clock_getcpuclockid(broker, &clock), 0);
+    timespec before, after;
+    clock_gettime(clock, &before);
+    pollfd ready{caller.fd(), POLLIN, 0};
+    EXPECT_EQ(poll(&ready, 1, 500), 0) << "the answer's descriptor should have found no room";
+    clock_gettime(clock, &after);
+    EXPECT_LT((after.tv_sec - before.tv_sec) * 1000 + (after.tv_nsec - before.tv_nsec) / 1'000'000, 100);
+    kill(sender, SIGKILL); // and theirs are on their way no longer
+    EXPECT_EQ(waitpid(sender, nullptr, 0), sender);
+    received granted = caller.next();
+    EXPECT_EQ(granted.as<wire::allocated>(wire::message_kind::allocated).status.primary, wire::rc_ok);
+    EXPECT_EQ(granted.descriptors.size(), 1u);
+    for (int fd : {news[0], news[1], granted.descriptors.at(0)})
+    {
+        close(fd);
+    }
+    kill(broker, SIGTERM);
+    EXPECT_EQ(waitpid(broker, nullptr, 0), broker);
+}
+
+TEST_F(abused_node, ConnectionsDoNotHaveTheirUserLookedUpAgainAndAgain)
+{
+    client(directory).greet(); // the first
+    int watcher = fanotify_init(FAN_CLASS_NOTIF | FAN_CLOEXEC | FAN_NONBLOCK, O_RDONLY | O_CLOEXEC);
+    if (watcher < 0 || fanotify_mark(watcher, FAN_MARK_ADD, FAN_OPEN, AT_FDCWD, "/etc/passwd") != 0)
+    {
+        close(watcher);
+        GTEST_SKIP() << "the system lets only root see who opens a file";
+    }
+    close(open("/etc/passwd", O_RDONLY | O_CLOEXEC)); // is seen, so that the silence of the broker means something
+    for (int i = 0; i < 20; ++i)
+    {
+        client(directory).greet();
+    }
+    int ours = 0;
+    int brokers = 0;
+    alignas(fanotify_event_metadata) char room[4096];
+    for (ssize_t size; (size = read(watcher, room, sizeof room)) > 0;)
+    {
+        for (auto *one = reinterpret_cast<fanotify_event_metadata *>(room); FAN_EVENT_OK(one, size);
+             one = FAN_EVENT_NEXT(one, size))
+        {
+            ours += one->pid == getpid();
+            brokers += one->pid == broker_pid();
+            close(one->fd);
+        }
+    }
+    close(watcher);
+    EXPECT_EQ(ours, 1);
+    EXPECT_EQ(brokers, 0);
+}
+
+TEST_F(abused_node, MemoryThatRunsOutCostsThoseWhoAskForIt)
+{
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "the address sanitizer ends a program that has no memory left";
+#endif
+    EXPECT_EQ(tool({"stop"}).code, 0);
+    start("[node]\nconnections_per_process = 1000\n");
+    rlimit memory{static_cast<rlim_t>(broker_memory("VmSize") + 8192) << 10, RLIM_INFINITY};
+    ASSERT_EQ(prlimit(broker_pid(), RLIMIT_AS, &memory, nullptr), 0);
+    {
+        // Each begins a record that is held until its end comes.
+        const std::string part(60000, 'x');
+        std::vector<std::unique_ptr<client>> greedy;
+        for (int i = 0; i < 60 && !HasFailure(); ++i)
+        {
+            greedy.push_back(std::make_unique<client>(directory));
+            greedy.back()->greet();
+            for (int k = 0; k < 8 && send_record(*greedy.back(), wire::node_file_kind::trace, part, true); ++k)
+            {
+            }
+        }
+        EXPECT_TRUE(wait_until([&] {
+            return log().find("it asks for more than the node can do") != std::string::npos;
+        }));
+    }
     expect_service();
 }
 

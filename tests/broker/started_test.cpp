@@ -1,0 +1,141 @@
+// started_test.cpp - what programs that the broker starts get from it, and how long they may take to begin.
+#include "abused_node.hpp"
+
+#include <csignal>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace test {
+namespace {
+
+using nlohmann::json;
+
+struct started : abused_node
+{
+    void SetUp() override { node::SetUp(); }
+
+    std::string program(const std::string &command, const std::string &arguments = "")
+    {
+        return "[[program]]\ntp_name = \"SERVER\"\ncommand = \"" + command + "\"\narguments = [" + arguments + "]\n";
+    }
+    // One that notes its process and goes on sleeping.
+    std::string sleeper()
+    {
+        return program("/bin/sh", "\"-c\", \"echo $$ > " + noted + ".new; mv " + noted + ".new " + noted +
+                                      "; exec sleep 100\"");
+    }
+    void attach()
+    {
+        caller = std::make_unique<client>(directory);
+        caller->greet();
+        received granted = caller->allocate("SERVER");
+        send_attach(granted.descriptors.at(0));
+        close(granted.descriptors[0]);
+    }
+    pid_t started_process()
+    {
+        EXPECT_TRUE(wait_until([&] { return std::filesystem::exists(noted); }));
+        pid_t pid = 0;
+        std::ifstream(noted) >> pid;
+        return pid;
+    }
+    static void expect_standard_descriptors(pid_t pid)
+    {
+        std::set<std::string> found;
+        for (const auto &one : std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fd"))
+        {
+            found.insert(one.path().filename());
+        }
+        EXPECT_EQ(found, (std::set<std::string>{"0", "1", "2"}));
+    }
+    json running() { return json::parse(tool({"show", "startable", "--json"}).out)[0]["running"]; }
+
+    std::string noted;
+    std::unique_ptr<client> caller;
+};
+
+TEST_F(started, ProgramsHaveTheStandardDescriptorsAlone)
+{
+    noted = directory + "/noted";
+    start(sleeper());
+    attach();
+    pid_t pid = started_process();
+    ASSERT_GT(pid, 0);
+    expect_standard_descriptors(pid);
+    kill(pid, SIGKILL);
+}
+
+TEST_F(started, WhatTheBrokerHasFromItsOwnCallerGoesNoFurther)
+{
+    noted = directory + "/noted";
+    std::string file = write_config(sleeper());
+    pid_t broker = fork();
+    if (broker == 0)
+    {
+        dup2(open("/dev/null", O_RDWR), 9); // stays open on exec
+        setenv("NOTIFY_SOCKET", "/nowhere/at/all", 1);
+        execl(CPICNODED, CPICNODED, "--dir", directory.c_str(), "--config", file.c_str(), nullptr);
+        _exit(127);
+    }
+    ASSERT_TRUE(wait_until([&] { return std::filesystem::exists(directory + "/broker.sock"); }));
+    attach();
+    pid_t pid = started_process();
+    ASSERT_GT(pid, 0);
+    expect_standard_descriptors(pid);
+    std::ifstream in("/proc/" + std::to_string(pid) + "/environ");
+    std::string environment{std::istreambuf_iterator<char>(in), {}};
+    EXPECT_NE(environment.find("APPCTPN=SERVER"), std::string::npos);
+    EXPECT_EQ(environment.find("NOTIFY_SOCKET"), std::string::npos);
+    kill(pid, SIGKILL);
+    kill(broker, SIGTERM);
+    EXPECT_EQ(waitpid(broker, nullptr, 0), broker);
+}
+
+TEST_F(started, AProgramThatIsSlowToBeginHoldsUpNobody)
+{
+    std::string slow = directory + "/slow";
+    std::string done = directory + "/done";
+    std::ofstream(slow) << "#!/bin/sh\n: > " << done << "\n";
+    chmod(slow.c_str(), 0700);
+    // Whoever opens a file with a lease waits for the one that holds it; so does whoever wants to execute it.
+    signal(SIGIO, SIG_IGN);
+    int lease = open(slow.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fcntl(lease, F_SETLEASE, F_WRLCK) != 0)
+    {
+        close(lease);
+        GTEST_SKIP() << "the file system of " << directory << " has no leases";
+    }
+    start(program(slow));
+    attach();
+    ASSERT_TRUE(wait_until([&] { return fcntl(lease, F_GETLEASE) != F_WRLCK; })) << "it is not even begun";
+    client bad(directory);
+    const std::byte garbage{7};
+    EXPECT_TRUE(bad.send_bytes({&garbage, 1}));
+    EXPECT_TRUE(bad.closed_by_broker());
+    expect_service();
+    EXPECT_EQ(running(), 1);
+    EXPECT_FALSE(std::filesystem::exists(done));
+    fcntl(lease, F_SETLEASE, F_UNLCK);
+    close(lease);
+    EXPECT_TRUE(wait_until([&] { return std::filesystem::exists(done); }));
+    EXPECT_TRUE(wait_until([&] { return running() == 0; }));
+}
+
+TEST_F(started, AProgramThatCannotBeginIsCountedNoLonger)
+{
+    start(program("/does/not/exist"));
+    for (int i = 0; i < 5; ++i)
+    {
+        attach();
+        EXPECT_TRUE(wait_until([&] { return running() == 0; }));
+    }
+    EXPECT_EQ(log().find("ended with"), std::string::npos) << "it has never been a program";
+}
+
+} // namespace
+} // namespace test
