@@ -8,7 +8,7 @@
 //
 // Conversations are named by slots 0 to 15, each with its own buffers, so that several threads can be busy at once.
 // Data to send is made from a seed; what went out and what came in is told as a number of bytes and a hash. Commands for
-// rough surroundings are in endurance_commands.cpp.
+// rough surroundings are in endurance_commands.cpp, those for the test of all states in state_commands.cpp.
 #include "conversations/endurance_commands.hpp"
 
 #include <cpic.h>
@@ -461,7 +461,7 @@ std::string run(const arguments &words)
     if (found != commands.end())
         return found->second(words);
     std::string text;
-    return endurance_command(words, text) ? text : only_command(words);
+    return endurance_command(words, text) || state_command(words, text) ? text : only_command(words);
 }
 
 void answer(std::string line)
