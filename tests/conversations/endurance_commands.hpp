@@ -1,7 +1,7 @@
 // endurance_commands.hpp - further commands of the test program: many conversations at once, calls cancelled at every
 // moment, descriptors that run out, signals that never cease. tp.cpp hands every command it does not know itself to
-// endurance_command() and state_command(). The commands have conversations of their own, beside the slots of tp.cpp, but
-// where they say so.
+// endurance_command() and state_command(). The commands have conversations of their own, beside the slots of tp.cpp,
+// but where they say so.
 #pragma once
 
 #include <string>

@@ -64,6 +64,19 @@ void fill(unsigned char *data, std::size_t length, std::uint32_t seed)
     }
 }
 
+// The same as one record: on a basic conversation its first two bytes are its length.
+void fill_record(conversation &c, CM_INT32 length, std::uint32_t seed)
+{
+    fill(c.sent.data(), static_cast<std::size_t>(length), seed);
+    CM_INT32 type = CM_MAPPED_CONVERSATION, rc;
+    cmect(c.id.data(), &type, &rc);
+    if (type == CM_BASIC_CONVERSATION && length >= 2)
+    {
+        c.sent[0] = static_cast<unsigned char>(length >> 8);
+        c.sent[1] = static_cast<unsigned char>(length);
+    }
+}
+
 std::string hex(const unsigned char *data, std::size_t length)
 {
     std::string text;
@@ -199,7 +212,7 @@ std::string sendmany_command(const arguments &words)
     for (; sent < count && c.rc == CM_OK; ++sent)
     {
         c.length = integer(words.at(3));
-        fill(c.sent.data(), static_cast<std::size_t>(c.length), seed + static_cast<std::uint32_t>(sent));
+        fill_record(c, c.length, seed + static_cast<std::uint32_t>(sent));
         cmsend(c.id.data(), c.sent.data(), &c.length, &c.request_to_send, &c.rc);
         hash = hash_of(hash, c.sent.data(), static_cast<std::size_t>(c.length));
         bytes += static_cast<std::uint64_t>(c.length);
@@ -267,7 +280,7 @@ CM_INT32 pingpong(conversation &c, CM_INT32 count, CM_INT32 length, std::uint32_
     for (CM_INT32 i = 0; i < count; ++i)
     {
         c.length = length;
-        fill(c.sent.data(), static_cast<std::size_t>(length), seed + static_cast<std::uint32_t>(i));
+        fill_record(c, length, seed + static_cast<std::uint32_t>(i));
         cmsend(c.id.data(), c.sent.data(), &c.length, &c.request_to_send, &c.rc);
         if (c.rc != CM_OK)
             return c.rc;
