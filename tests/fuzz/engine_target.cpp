@@ -15,7 +15,8 @@ std::string right_bytes(const lu62::record_position &position, std::uint32_t cou
     {
         std::uint8_t next = static_cast<std::uint8_t>(bytes.size() + shape);
         if (at.left == 0)
-            next = at.ll_have == 0 ? static_cast<std::uint8_t>(shape & 0x80u) : std::max<std::uint8_t>(shape & 0x3Fu, 2);
+            next = at.ll_have == 0 ? static_cast<std::uint8_t>(shape & 0x80u)
+                                   : std::max<std::uint8_t>(shape & 0x3Fu, 2);
         bytes += static_cast<char>(next);
         lu62::walk(at, &next, 1);
     }

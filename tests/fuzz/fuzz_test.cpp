@@ -1,4 +1,4 @@
-// fuzz_test.cpp - the fuzz targets over a fixed number of inputs, so that they are tried with every build and cannot rot:
+// fuzz_test.cpp - the fuzz targets over a fixed number of inputs, so that every build tries them and they cannot rot:
 // the inputs in corpus/, the same with bytes changed, and random bytes. Each input depends on its number alone.
 #include "fuzz/target.hpp"
 

@@ -31,7 +31,7 @@ void message(const std::uint8_t *bytes, std::size_t size)
 {
     if (size >= sizeof(wire::frame_header))
         frame(bytes);
-    // Of just its size, so that a checker sees every byte read beyond; and a second time with a length that fits, or few
+    // Of just its size, so that a checker sees every byte read beyond; and again with a length that fits, or few
     // inputs would get further.
     const auto copy = std::make_unique<std::uint8_t[]>(size);
     std::copy(bytes, bytes + size, copy.get());

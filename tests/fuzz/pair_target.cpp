@@ -173,7 +173,8 @@ private:
         MUST(has_turn(a) != has_turn(b));
         const side &talks = has_turn(a) ? a : b, &listens = has_turn(a) ? b : a;
         MUST(listens.end.now() == state::receive);
-        MUST(talks.taken == listens.sent.bytes.size() || talks.may_skip || listens.sent.cleared == listens.sent.bytes.size());
+        MUST(talks.taken == listens.sent.bytes.size() || talks.may_skip ||
+             listens.sent.cleared == listens.sent.bytes.size());
         MUST(a.end.end.e.purging == 0 && b.end.end.e.purging == 0);
     }
 

@@ -1,4 +1,4 @@
-// probe.hpp - one end of a conversation, with every verb checked against the state table as it returns: a refused verb has
+// probe.hpp - one end of a conversation, with each verb checked against the state table as it returns: a refused one has
 // changed nothing, an allowed one leads where the table says, news lead where they must, and nothing else happens.
 #pragma once
 
@@ -50,7 +50,9 @@ public:
     }
     step flush()
     {
-        return verb(input_row::flush, [&] { return end.flush(); });
+        const step done = verb(input_row::flush, [&] { return end.flush(); });
+        MUST(done.primary != wire::rc_ok || nothing_but_news());
+        return done;
     }
     step confirm()
     {
@@ -70,7 +72,9 @@ public:
     }
     step error(std::uint8_t type, std::uint8_t direction, const std::string &log)
     {
-        return verb(input_row::send_error, [&] { return end.error(type, direction, log); });
+        const step done = verb(input_row::send_error, [&] { return end.error(type, direction, log); });
+        MUST(done.primary != wire::rc_ok || lu62::at_boundary(end.e.out)); // what was cut off is over
+        return done;
     }
     step deallocate(std::uint8_t type)
     {
@@ -84,6 +88,7 @@ public:
         const bool allowed = lu62::check_test_rts(end.e).primary == wire::rc_ok;
         MUST(allowed == (lu62::transition(before, input_row::test_rts).kind == lu62::cell_kind::allowed));
         const bool found = allowed && end.rts();
+        MUST(!allowed || now() == state::receive || nothing_but_news());
         MUST(now() == before); // news stays for the next verb
         return found;
     }
@@ -96,7 +101,7 @@ public:
         const std::uint32_t primary = end.go_on();
         if (primary == waiting)
         {
-            MUST(now() == before);
+            MUST(now() == before && nothing_but_news());
             return {primary, false};
         }
         in_verb = false;
@@ -139,6 +144,13 @@ private:
     static bool refusal(std::uint32_t primary)
     {
         return primary == wire::rc_parameter_check || primary == wire::rc_state_check;
+    }
+
+    // A partner without the turn has neither data nor a status to send.
+    bool nothing_but_news()
+    {
+        const lu62::head found = end.look();
+        return found == lu62::head::none || found == lu62::head::news;
     }
 
     lu62::engine image() const

@@ -1,5 +1,5 @@
-// target.hpp - the functions that are tried with any bytes at all: by a fuzzer (fuzzer.cpp, started by `run`) and, over a
-// fixed number of inputs, by fuzz_test.cpp. A target ends the process when something does not hold that must hold.
+// target.hpp - the functions that are tried with any bytes: by a fuzzer (fuzzer.cpp, started by `run`) and, over a
+// fixed number of inputs, by fuzz_test.cpp. A target ends the process when something does not hold that must.
 #pragma once
 
 #include <cstddef>
