@@ -118,7 +118,8 @@ void finish(engine &e, const plan &p);
 
 // A CONFIRM is about to be handed to the socket.
 void reply_expected(engine &e);
-// A Send Error is about to go out: what the partner sends is void until it has seen it.
+// A Send Error is about to go out: what the partner sends is void until it has seen it, and so is an error of the
+// partner that has been read and not told. Only one that wins over ours stays, for look() to tell.
 void purge_begin(engine &e);
 
 // A request to send that the program has not been told of; told now.

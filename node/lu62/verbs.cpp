@@ -324,6 +324,17 @@ void reply_expected(engine &e)
 
 void purge_begin(engine &e)
 {
+    // An error of the partner may have been read already and not told. What comes of the two must not depend on that:
+    // one that would be void had it come now is void, and one that wins is left for look() to tell.
+    if (e.held == head::news && e.news_row != input_row::end_came)
+    {
+        if (e.news_row == input_row::error_purging_came && !e.allocating)
+        {
+            return;
+        }
+        e.held = head::none;
+        e.purged_owed = false;
+    }
     e.purging++;
     e.in = {};
     e.in_record = false;

@@ -44,14 +44,20 @@ struct started : abused_node
         std::ifstream(noted) >> pid;
         return pid;
     }
+    // The shell that becomes the program has others for a moment, while it notes its number.
     static void expect_standard_descriptors(pid_t pid)
     {
+        const std::set<std::string> standard{"0", "1", "2"};
         std::set<std::string> found;
-        for (const auto &one : std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fd"))
-        {
-            found.insert(one.path().filename());
-        }
-        EXPECT_EQ(found, (std::set<std::string>{"0", "1", "2"}));
+        wait_until([&] {
+            found.clear();
+            for (const auto &one : std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fd"))
+            {
+                found.insert(one.path().filename());
+            }
+            return found == standard;
+        });
+        EXPECT_EQ(found, standard);
     }
     json running() { return json::parse(tool({"show", "startable", "--json"}).out)[0]["running"]; }
 

@@ -139,6 +139,26 @@ TEST(Control, an_error_from_the_sender)
     EXPECT_EQ(server("cmrcv 0 100").text("text"), "explanation");
 }
 
+// The test for a request to send reads the partner's error without telling it. An error reported by this end then makes
+// it void, and the conversation goes on.
+TEST(Control, errors_of_both_when_one_has_been_read_and_not_told)
+{
+    node home;
+    tp server(home), client(home);
+    converse(client, server);
+    ASSERT_EQ(client("ask cmserr 0").rc, 0);
+    EXPECT_EQ(server("ask cmtrts 0").rc, 0);
+    EXPECT_EQ(server("ask cmserr 0").rc, 0);
+    ASSERT_EQ(server("cmtext 0 reply").rc, 0);
+    ASSERT_EQ(server("cmptr 0").rc, 0);
+    EXPECT_EQ(client("cmflus 0").rc, 22);
+    EXPECT_EQ(client("rcvall 0").number("status"), turn);
+    ASSERT_EQ(client("cmtext 0 on").rc, 0);
+    ASSERT_EQ(client("cmdeal 0").rc, 0);
+    EXPECT_EQ(server("cmrcv 0 100").text("text"), "on");
+    EXPECT_EQ(server("cmrcv 0 100").rc, 18);
+}
+
 TEST(Control, request_to_send_is_seen_by_the_sender)
 {
     node home;

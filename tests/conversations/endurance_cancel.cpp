@@ -21,7 +21,7 @@ std::string answer_command(const arguments &words)
         const auto c = std::make_unique<conversation>();
         random_source random(static_cast<unsigned>(index));
         CM_INT32 rc;
-        while ((rc = c->plain(cmaccp)) == CM_OK)
+        while ((rc = c->accept()) == CM_OK)
         {
             CM_INT32 length = 0;
             if (c->receive_turn(length) == CM_OK && c->status == CM_SEND_RECEIVED)
@@ -43,7 +43,7 @@ std::string knock_command(const arguments &words)
     std::map<CM_INT32, int> codes;
     while (monotonic_us() < end)
     {
-        CM_INT32 rc = c->begin("ECHO");
+        CM_INT32 rc = c->begin("ECHO", random() % 2 == 0);
         if (rc == CM_OK)
             rc = c->send(static_cast<CM_INT32>(random() % 2000));
         CM_INT32 length = 0;
@@ -93,7 +93,7 @@ struct cancelled
 // A receive that waits for the answer of a partner.
 cancelled cancel_receive(conversation &c, random_source &random)
 {
-    CM_INT32 rc = c.begin("ECHO");
+    CM_INT32 rc = c.begin("ECHO", random() % 2 == 0);
     if (rc == CM_OK)
         rc = c.send(100);
     if (rc != CM_OK)
@@ -107,7 +107,7 @@ cancelled cancel_receive(conversation &c, random_source &random)
 // The same, cancelled by the end of its context.
 cancelled terminate_receive(conversation &c, random_source &random)
 {
-    CM_INT32 rc = c.begin("ECHO");
+    CM_INT32 rc = c.begin("ECHO", random() % 2 == 0);
     if (rc == CM_OK)
         rc = c.send(100);
     unsigned char context[CM_CTX_SIZE];
@@ -162,7 +162,7 @@ cancelled cancel_allocation(conversation &c, random_source &random)
 // A non-blocking receive: cancelled while this thread waits for its completion.
 cancelled cancel_pending(conversation &c, random_source &random)
 {
-    CM_INT32 rc = c.begin("ECHO");
+    CM_INT32 rc = c.begin("ECHO", random() % 2 == 0);
     if (rc == CM_OK)
         rc = c.send(100);
     if (rc == CM_OK)

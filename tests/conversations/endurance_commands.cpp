@@ -1,6 +1,7 @@
 // endurance_commands.cpp - see endurance_commands.hpp. Each command runs in whichever thread of the test program was told.
 //
-//   stress clients|servers THREADS ROUNDS SEED   a conversation for each thread, records of all lengths and confirmation
+//   stress clients|servers THREADS ROUNDS SEED   a conversation for each thread, every other one basic, with data of
+//                                                all lengths and confirmation
 //   flow client|server COUNT                     COUNT conversations that move data until each of them fails
 //   flowing                                      how many of them have moved data for a while
 //   answer, knock, cancel                        see endurance_cancel.cpp
@@ -52,13 +53,13 @@ namespace {
 
 // ---- thirty-two threads ---------------------------------------------------------------------------------------
 
-CM_INT32 stress_client(conversation &c, CM_INT32 rounds, random_source random)
+CM_INT32 stress_client(conversation &c, bool basic, CM_INT32 rounds, random_source random)
 {
-    CM_INT32 rc = c.initialize("ECHO");
+    CM_INT32 rc = c.initialize("ECHO", basic);
     if (rc == CM_OK)
         rc = c.set(cmssl, CM_CONFIRM);
     if (rc == CM_OK)
-        rc = c.plain(cmallc);
+        rc = c.allocate();
     for (CM_INT32 i = 0; i < rounds && rc == CM_OK; ++i)
     {
         const CM_INT32 length = static_cast<CM_INT32>(random() % (random() % 4 == 0 ? 32768 : 600));
@@ -82,7 +83,7 @@ CM_INT32 stress_client(conversation &c, CM_INT32 rounds, random_source random)
 
 CM_INT32 stress_server(conversation &c)
 {
-    CM_INT32 rc = c.plain(cmaccp);
+    CM_INT32 rc = c.accept();
     CM_INT32 length = 0;
     while (rc == CM_OK)
     {
@@ -113,7 +114,7 @@ std::string stress_command(const arguments &words)
     const unsigned seed = seed_of(words.at(4));
     return in_threads(integer(words.at(2)), [&](CM_INT32 index) {
         const auto c = std::make_unique<conversation>();
-        return client ? stress_client(*c, rounds, random_source(seed + static_cast<unsigned>(index)))
+        return client ? stress_client(*c, index % 2 != 0, rounds, random_source(seed + static_cast<unsigned>(index)))
                       : stress_server(*c);
     });
 }
@@ -122,11 +123,11 @@ std::string stress_command(const arguments &words)
 
 std::atomic<int> flowing;
 
-// Even ones there and back, odd ones in one direction only, as fast as it goes.
+// Even ones there and back, odd ones in one direction only, as fast as it goes; of both kinds half are basic.
 CM_INT32 flow_one(conversation &c, bool client, CM_INT32 index)
 {
     constexpr int a_while = 20; // records
-    CM_INT32 rc = client ? c.begin("ECHO") : c.plain(cmaccp);
+    CM_INT32 rc = client ? c.begin("ECHO", index / 2 % 2 != 0) : c.accept();
     CM_INT32 length = 0;
     for (int round = 1; rc == CM_OK; ++round)
     {
@@ -139,6 +140,7 @@ CM_INT32 flow_one(conversation &c, bool client, CM_INT32 index)
         else
         {
             rc = c.receive();
+            c.forget();
             if (rc == CM_OK && c.status == CM_SEND_RECEIVED)
                 rc = c.send(700);
         }

@@ -2,6 +2,8 @@
 // many arguments, and what those commands share. Used by one thread at a time, but for the call that cancels.
 #pragma once
 
+#include "conversations/endurance_records.hpp"
+
 #include <cpic.h>
 
 #include <algorithm>
@@ -33,7 +35,12 @@ inline unsigned seed_of(const std::string &text)
     return static_cast<unsigned>(std::strtoul(text.c_str(), nullptr, 0));
 }
 
-// A conversation with the outputs of its last calls. Large: never on a stack.
+// What a call returns here when the data it brought is not what may come.
+inline constexpr CM_INT32 wrong_data = -7;
+
+// A conversation with the outputs of its last calls. On a basic one the bytes to send are wrapped into logical records,
+// which go in pieces of any size and are received by LL or by buffer, with room of any size; what is received has the
+// same bytes again. Large: never on a stack.
 struct conversation
 {
     std::array<unsigned char, CM_CID_SIZE> id{};
@@ -41,14 +48,14 @@ struct conversation
     std::array<unsigned char, largest> got{};
     CM_INT32 received = 0, data = 0, status = 0, request_to_send = 0;
 
-    CM_INT32 initialize(const std::string &destination)
+    CM_INT32 initialize(const std::string &destination, bool with_records = false)
     {
         unsigned char name[CM_SDN_SIZE];
         std::memset(name, ' ', sizeof name);
         std::memcpy(name, destination.data(), std::min(destination.size(), sizeof name));
         CM_INT32 rc;
         cminit(id.data(), name, &rc);
-        return rc;
+        return rc == CM_OK && with_records ? set(cmsct, CM_BASIC_CONVERSATION) : rc;
     }
     CM_INT32 plain(void (*call)(unsigned char *, CM_INT32 *))
     {
@@ -62,39 +69,119 @@ struct conversation
         call(id.data(), &value, &rc);
         return rc;
     }
-    CM_INT32 begin(const std::string &destination)
+    CM_INT32 begin(const std::string &destination, bool with_records = false)
     {
-        const CM_INT32 rc = initialize(destination);
-        return rc == CM_OK ? plain(cmallc) : rc;
+        const CM_INT32 rc = initialize(destination, with_records);
+        return rc == CM_OK ? allocate() : rc;
+    }
+    CM_INT32 allocate()
+    {
+        const CM_INT32 rc = plain(cmallc);
+        return rc == CM_OK ? learn_type() : rc;
+    }
+    CM_INT32 accept()
+    {
+        const CM_INT32 rc = plain(cmaccp);
+        return rc == CM_OK ? learn_type() : rc;
     }
     CM_INT32 send(CM_INT32 length)
     {
-        CM_INT32 rc;
-        cmsend(id.data(), sent.data(), &length, &request_to_send, &rc);
+        if (!basic_)
+            return send_bytes(sent.data(), length);
+        stream_.clear();
+        wrap(stream_, sent.data(), static_cast<std::size_t>(length), random_);
+        CM_INT32 rc = CM_OK;
+        for (std::size_t at = 0; at < stream_.size() && rc == CM_OK;)
+        {
+            const std::size_t most = random_() % 4 == 0 ? 32767 : 1 + stream_.size() / 2;
+            const std::size_t step = std::min({random_() % (most + 1), stream_.size() - at, std::size_t{32767}});
+            rc = send_bytes(stream_.data() + at, static_cast<CM_INT32>(step));
+            at += step;
+        }
         return rc;
     }
+    // On a basic conversation: a piece, added to those that came before.
     CM_INT32 receive()
     {
-        CM_INT32 room = largest, rc;
-        received = 0;
-        data = CM_NO_DATA_RECEIVED;
-        status = CM_NO_STATUS_RECEIVED;
-        cmrcv(id.data(), got.data(), &room, &data, &received, &status, &request_to_send, &rc);
-        return rc;
+        if (!basic_)
+            return receive_bytes(got.data(), largest);
+        const CM_INT32 room = random_() % 3 == 0 ? 1 + static_cast<CM_INT32>(random_() % 200) : largest;
+        const CM_INT32 rc = receive_bytes(piece_.data(), room);
+        return rc == CM_OK && !piece_is_right(room) ? wrong_data : rc;
     }
-    // One record, and everything up to a status; the record's length in `length`.
+    // Everything up to a status; the length of the last record, or of all the contents of a basic conversation, in
+    // `length`.
     CM_INT32 receive_turn(CM_INT32 &length)
     {
+        records_.restart();
         do
         {
             const CM_INT32 rc = receive();
             if (rc != CM_OK)
                 return rc;
             if (data != CM_NO_DATA_RECEIVED)
-                length = received;
+                length = basic_ ? static_cast<CM_INT32>(records_.length()) : received;
         } while (status == CM_NO_STATUS_RECEIVED);
         return CM_OK;
     }
+    // What was received and is of no interest any more.
+    void forget() { records_.restart(); }
+
+private:
+    CM_INT32 learn_type()
+    {
+        CM_INT32 type, rc;
+        cmect(id.data(), &type, &rc);
+        basic_ = type == CM_BASIC_CONVERSATION;
+        records_ = {};
+        // Every conversation has sizes of its own, the same for the same ID.
+        unsigned seed = 1;
+        for (const unsigned char byte : id)
+            seed = seed * 31 + byte;
+        random_.seed(seed);
+        by_buffer_ = random_() % 2 == 0;
+        return rc == CM_OK && basic_ ? set(cmsf, by_buffer_ ? CM_FILL_BUFFER : CM_FILL_LL) : rc;
+    }
+    CM_INT32 send_bytes(unsigned char *bytes, CM_INT32 length)
+    {
+        CM_INT32 rc;
+        cmsend(id.data(), bytes, &length, &request_to_send, &rc);
+        return rc;
+    }
+    CM_INT32 receive_bytes(unsigned char *bytes, CM_INT32 room)
+    {
+        CM_INT32 rc;
+        received = 0;
+        data = CM_NO_DATA_RECEIVED;
+        status = CM_NO_STATUS_RECEIVED;
+        cmrcv(id.data(), bytes, &room, &data, &received, &status, &request_to_send, &rc);
+        return rc;
+    }
+    bool piece_is_right(CM_INT32 room)
+    {
+        if (received < 0 || received > room ||
+            (received != 0 && !records_.take(got, piece_.data(), static_cast<std::size_t>(received))))
+            return false;
+        if (status != CM_NO_STATUS_RECEIVED && !records_.at_boundary())
+            return false;
+        switch (data)
+        {
+        case CM_NO_DATA_RECEIVED:
+            return received == 0;
+        case CM_DATA_RECEIVED:
+            return by_buffer_ && received != 0;
+        case CM_COMPLETE_DATA_RECEIVED:
+            return !by_buffer_ && records_.at_boundary();
+        default: // the partner is gone in the middle of the record, or there was no more room
+            return !by_buffer_ && !records_.at_boundary();
+        }
+    }
+
+    bool basic_ = false, by_buffer_ = false;
+    random_source random_;
+    unwrapping records_;
+    std::vector<unsigned char> stream_;
+    std::array<unsigned char, largest> piece_{};
 };
 
 inline std::int64_t monotonic_us()

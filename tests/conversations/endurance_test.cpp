@@ -48,7 +48,16 @@ void wait_until_flowing(tp &program, long count)
     ASSERT_EQ(now.number("count"), count);
 }
 
+class EnduranceOf : public testing::TestWithParam<type>
+{
+};
+
 } // namespace
+
+INSTANTIATE_TEST_SUITE_P(Conversations, EnduranceOf, testing::Values(type::mapped, type::basic),
+                         [](const testing::TestParamInfo<type> &of) {
+                             return of.param == type::mapped ? "mapped" : "basic";
+                         });
 
 TEST(Endurance, thirty_two_threads_with_a_conversation_each)
 {
@@ -134,11 +143,11 @@ TEST(Endurance, the_broker_is_killed_under_200_conversations_of_20_programs)
         EXPECT_EQ(server.receive().rc, 0);
 }
 
-TEST(Endurance, a_stopped_partner_stalls_one_thread_and_nothing_is_lost)
+TEST_P(EnduranceOf, a_stopped_partner_stalls_one_thread_and_nothing_is_lost)
 {
     node home;
     tp client(home), stopped(home), lively(home), third(home);
-    converse(client, stopped);
+    converse(client, stopped, GetParam());
     ASSERT_EQ(lively("cmsltp OTHERSRV").rc, 0);
     lively.send("cmaccp 0");
     ASSERT_EQ(client("cminit 1 OTHER").rc, 0);
@@ -171,11 +180,11 @@ TEST(Endurance, a_stopped_partner_stalls_one_thread_and_nothing_is_lost)
     EXPECT_EQ(got.text("hash"), sent.text("hash"));
 }
 
-TEST(Endurance, a_stopped_broker_stalls_no_conversation)
+TEST_P(EnduranceOf, a_stopped_broker_stalls_no_conversation)
 {
     node home;
     tp client(home), server(home);
-    converse(client, server);
+    converse(client, server, GetParam());
     const pid_t broker = static_cast<pid_t>(home.broker());
     ::kill(broker, SIGSTOP);
     server.send("echo 0");
@@ -188,22 +197,24 @@ TEST(Endurance, a_stopped_broker_stalls_no_conversation)
     EXPECT_EQ(server.receive().rc, 18);
 }
 
-TEST(Endurance, a_sender_is_killed_in_the_middle_of_its_data)
+TEST_P(EnduranceOf, a_sender_is_killed_in_the_middle_of_its_data)
 {
     node home;
     tp server(home);
     {
         tp client(home);
-        converse(client, server);
+        converse(client, server, GetParam());
         client.send("sendmany 0 100000 30000 1");
         ASSERT_EQ(server("cmrcv 0 32767").number("length"), 30000);
         client.kill(SIGKILL);
     }
-    // Whole records, then the failure; never a piece of one.
+    // Whole records, then the failure. Of a mapped conversation never a piece of one, of a basic one perhaps, which is
+    // told to be incomplete.
     const reply got = server("rcvall 0");
     EXPECT_EQ(got.rc, resource_failure_retry) << got.line;
-    EXPECT_EQ(got.text("pieces"), got.text("records"));
-    EXPECT_EQ(got.number("bytes"), got.number("records") * 30000);
+    const long pieces = got.number("pieces") - got.number("records");
+    const long rest = got.number("bytes") - got.number("records") * 30000;
+    EXPECT_TRUE(pieces == 0 ? rest == 0 : pieces == 1 && GetParam() == type::basic && rest > 0 && rest < 30000) << got.line;
 }
 
 TEST(Endurance, a_partner_is_killed_while_it_is_asked_to_confirm)
@@ -247,11 +258,11 @@ TEST(Endurance, a_program_is_killed_while_it_waits_for_a_confirmation)
     EXPECT_EQ(server("cmrcv 0 10").rc, 24);
 }
 
-TEST(Endurance, a_partner_is_killed_with_data_unread)
+TEST_P(EnduranceOf, a_partner_is_killed_with_data_unread)
 {
     node home;
     tp client(home), server(home);
-    converse(client, server);
+    converse(client, server, GetParam());
     ASSERT_EQ(client("sendmany 0 20 1000 1").rc, 0);
     ASSERT_EQ(client("cmflus 0").rc, 0);
     ASSERT_EQ(server("cmrcv 0 1000").rc, 0);
@@ -260,13 +271,13 @@ TEST(Endurance, a_partner_is_killed_with_data_unread)
     EXPECT_EQ(client("cmrcv 0 100").rc, 24);
 }
 
-TEST(Endurance, what_a_killed_program_has_sent_arrives_though_it_left_something_unread)
+TEST_P(EnduranceOf, what_a_killed_program_has_sent_arrives_though_it_left_something_unread)
 {
     node home;
     tp server(home);
     {
         tp client(home);
-        converse(client, server);
+        converse(client, server, GetParam());
         ASSERT_EQ(server("cmrts 0").rc, 0); // never read by the client
         ASSERT_EQ(client("sendmany 0 5 1000 1").rc, 0);
         ASSERT_EQ(client("cmflus 0").rc, 0);

@@ -391,18 +391,20 @@ reply tp::operator()(const std::string &command, int milliseconds)
     return receive(milliseconds);
 }
 
-void converse(tp &client, tp &server)
+void converse(tp &client, tp &server, type of)
 {
+    const bool basic = of == type::basic;
     ASSERT_EQ(server("cmsltp ECHOSRV").rc, 0);
     server.send("cmaccp 0");
     ASSERT_EQ(client("cminit 0 ECHO").rc, 0);
+    ASSERT_EQ(client(basic ? "set cmsct 0 0" : "set cmsct 0 1").rc, 0);
     ASSERT_EQ(client("cmallc 0").rc, 0);
-    ASSERT_EQ(client("cmtext 0 first").rc, 0);
+    ASSERT_EQ(client(basic ? "cmhex 0 00076669727374" : "cmtext 0 first").rc, 0);
     ASSERT_EQ(client("cmflus 0").rc, 0);
     ASSERT_EQ(server.receive().rc, 0);
     const reply got = server("cmrcv 0 32767");
     ASSERT_EQ(got.rc, 0) << got.line;
-    ASSERT_EQ(got.text("text"), "first");
+    ASSERT_EQ(got.text("hex"), basic ? "00076669727374" : "6669727374");
 }
 
 } // namespace conversations

@@ -99,8 +99,14 @@ private:
     std::vector<std::string> replies_, background_;
 };
 
+enum class type
+{
+    mapped,
+    basic,
+};
+
 // A conversation from slot 0 of `client` to slot 0 of `server`, accepted, with the turn at the client. The server
 // serves TP name ECHOSRV. The first data must cross before an accept returns: one record is sent and received.
-void converse(tp &client, tp &server);
+void converse(tp &client, tp &server, type of = type::mapped);
 
 } // namespace conversations

@@ -8,7 +8,7 @@
 //
 // Conversations are named by slots 0 to 15, each with its own buffers, so that several threads can be busy at once.
 // Data to send is made from a seed; what went out and what came in is told as a number of bytes and a hash. Commands for
-// rough surroundings are in endurance_commands.cpp.
+// rough surroundings are in endurance_commands.cpp, those for the test of all states in state_commands.cpp.
 #include "conversations/endurance_commands.hpp"
 
 #include <cpic.h>
@@ -61,6 +61,19 @@ void fill(unsigned char *data, std::size_t length, std::uint32_t seed)
     {
         word = word * 1664525u + 1013904223u;
         data[i] = static_cast<unsigned char>(word >> 24);
+    }
+}
+
+// The same as one record: on a basic conversation its first two bytes are its length.
+void fill_record(conversation &c, CM_INT32 length, std::uint32_t seed)
+{
+    fill(c.sent.data(), static_cast<std::size_t>(length), seed);
+    CM_INT32 type = CM_MAPPED_CONVERSATION, rc;
+    cmect(c.id.data(), &type, &rc);
+    if (type == CM_BASIC_CONVERSATION && length >= 2)
+    {
+        c.sent[0] = static_cast<unsigned char>(length >> 8);
+        c.sent[1] = static_cast<unsigned char>(length);
     }
 }
 
@@ -199,7 +212,7 @@ std::string sendmany_command(const arguments &words)
     for (; sent < count && c.rc == CM_OK; ++sent)
     {
         c.length = integer(words.at(3));
-        fill(c.sent.data(), static_cast<std::size_t>(c.length), seed + static_cast<std::uint32_t>(sent));
+        fill_record(c, c.length, seed + static_cast<std::uint32_t>(sent));
         cmsend(c.id.data(), c.sent.data(), &c.length, &c.request_to_send, &c.rc);
         hash = hash_of(hash, c.sent.data(), static_cast<std::size_t>(c.length));
         bytes += static_cast<std::uint64_t>(c.length);
@@ -267,7 +280,7 @@ CM_INT32 pingpong(conversation &c, CM_INT32 count, CM_INT32 length, std::uint32_
     for (CM_INT32 i = 0; i < count; ++i)
     {
         c.length = length;
-        fill(c.sent.data(), static_cast<std::size_t>(length), seed + static_cast<std::uint32_t>(i));
+        fill_record(c, length, seed + static_cast<std::uint32_t>(i));
         cmsend(c.id.data(), c.sent.data(), &c.length, &c.request_to_send, &c.rc);
         if (c.rc != CM_OK)
             return c.rc;
@@ -461,7 +474,7 @@ std::string run(const arguments &words)
     if (found != commands.end())
         return found->second(words);
     std::string text;
-    return endurance_command(words, text) ? text : only_command(words);
+    return endurance_command(words, text) || state_command(words, text) ? text : only_command(words);
 }
 
 void answer(std::string line)

@@ -338,6 +338,81 @@ TEST(Errors, ErrorInPortions)
     }
 }
 
+// The partner's error has been read but not told when we report one of our own, as after a test for a request to send.
+// Read before or after, the same must come of it: the error of a sender is void, and of two receivers the end that
+// allocated goes on.
+TEST(Errors, OfBothEndsWhenOneHasBeenReadAndNotTold)
+{
+    for (const bool read_before : {false, true})
+    {
+        SCOPED_TRACE(read_before ? "read before" : "read by the verb");
+        pair p(true);
+        ASSERT_EQ(p.a.error(), wire::rc_ok);
+        ASSERT_EQ(p.a.send("void", 1), wire::rc_ok);
+        p.pump();
+        if (read_before)
+        {
+            EXPECT_FALSE(p.b.rts());
+        }
+        EXPECT_EQ(p.b.error(), wire::rc_ok);
+        EXPECT_EQ(p.b.e.now, state::send);
+        ASSERT_EQ(p.b.send("reply", 3), wire::rc_ok);
+        p.pump();
+        EXPECT_EQ(p.a.flush(), wire::rc_program_error_purging);
+        EXPECT_EQ(p.a.receive(100).data, "reply");
+        ASSERT_EQ(p.a.send("on", 1), wire::rc_ok);
+        p.pump();
+        EXPECT_EQ(p.b.receive(100).data, "on");
+        EXPECT_EQ(p.b.e.purging, 0u);
+    }
+    for (const bool read_before : {false, true})
+    {
+        for (const bool allocating : {false, true})
+        {
+            SCOPED_TRACE(testing::Message() << read_before << allocating);
+            pair p(true);
+            lu62_test::end &had_turn = allocating ? p.a : p.b, &got_turn = allocating ? p.b : p.a;
+            if (!allocating)
+            {
+                ASSERT_EQ(p.a.prepare(1), wire::rc_ok);
+                p.pump();
+                ASSERT_EQ(p.b.receive(10).what, 0x0001);
+            }
+            ASSERT_EQ(had_turn.send("x", 3), wire::rc_ok);
+            p.pump();
+            ASSERT_EQ(got_turn.receive(10).what, 0x0201);
+            ASSERT_EQ(got_turn.error(), wire::rc_ok); // in what has come: send pending state
+            p.pump();
+            if (read_before)
+            {
+                EXPECT_FALSE(had_turn.rts());
+            }
+            if (allocating)
+            {
+                EXPECT_EQ(had_turn.error(), wire::rc_ok);
+                EXPECT_EQ(had_turn.e.now, state::send);
+                p.pump();
+                EXPECT_EQ(got_turn.flush(), wire::rc_program_error_purging);
+            }
+            else
+            {
+                EXPECT_EQ(had_turn.error(), wire::rc_program_error_purging);
+                EXPECT_EQ(had_turn.e.now, state::receive);
+            }
+            p.pump();
+            lu62_test::end &talks = allocating ? had_turn : got_turn, &listens = allocating ? got_turn : had_turn;
+            ASSERT_EQ(talks.send("on", 3), wire::rc_ok);
+            p.pump();
+            EXPECT_EQ(listens.receive(10).data, "on");
+            ASSERT_EQ(listens.send("back", 3), wire::rc_ok);
+            p.pump();
+            EXPECT_EQ(talks.receive(10).data, "back");
+            EXPECT_EQ(p.a.e.purging, 0u);
+            EXPECT_EQ(p.b.e.purging, 0u);
+        }
+    }
+}
+
 TEST(Errors, RequestToSendSurvivesPurging)
 {
     pair p(true);

@@ -5,7 +5,9 @@
 
 #include "lu62/engine.hpp"
 
+#include <algorithm>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -75,7 +77,7 @@ public:
                                                   static_cast<std::uint32_t>(data.size()));
         if (p.refused.primary == wire::rc_ok)
         {
-            if (e.mapped || sent.empty())
+            if (e.mapped || sent.empty() || sent.back().size() + data.size() > wire::max_payload)
             {
                 sent.push_back(data);
             }
@@ -162,36 +164,48 @@ public:
         {
             return {begun.primary, begun.secondary, 0, ""};
         }
-        std::string room(max, '\0');
-        lu62::receiving r{};
-        r.buffer = reinterpret_cast<std::uint8_t *>(room.data());
-        r.max = max;
-        r.fill_ll = ll;
-        r.status_with_data = with_data;
-        r.immediate = immediate;
+        // Of just the size asked for, so that a checker sees every byte beyond.
+        room = std::make_unique<std::uint8_t[]>(max);
+        reading = {};
+        reading.buffer = room.get();
+        reading.max = max;
+        reading.fill_ll = ll;
+        reading.status_with_data = with_data;
+        reading.immediate = immediate;
+        return receive_more();
+    }
+
+    // Goes on with a receive that waits.
+    received receive_more()
+    {
         lu62::input in = open();
-        bool done = lu62::receive_step(e, r, in);
+        bool done = lu62::receive_step(e, reading, in);
         close(in);
-        if (!done && immediate)
+        if (!done && reading.immediate)
         {
-            lu62::receive_now(e, r);
+            lu62::receive_now(e, reading);
             done = true;
         }
+        const std::string data(reinterpret_cast<const char *>(room.get()), reading.got);
         if (!done)
         {
-            return {waiting, 0, 0, room.substr(0, r.got)};
+            return {waiting, 0, 0, data};
         }
         owe_purged();
-        return {r.result.primary, r.result.secondary, r.what, room.substr(0, r.got)};
+        return {reading.result.primary, reading.result.secondary, reading.what, data};
     }
 
 private:
     lu62::plan pending{};
+    lu62::receiving reading{};
+    std::unique_ptr<std::uint8_t[]> room;
+    std::unique_ptr<std::uint8_t[]> lent; // the input, of just its size
 
-    lu62::input open() const
+    lu62::input open()
     {
-        return {reinterpret_cast<const std::uint8_t *>(wire_in.data()), static_cast<std::uint32_t>(wire_in.size()),
-                ended};
+        lent = std::make_unique<std::uint8_t[]>(wire_in.size());
+        std::copy(wire_in.begin(), wire_in.end(), lent.get());
+        return {lent.get(), static_cast<std::uint32_t>(wire_in.size()), ended};
     }
 
     void close(const lu62::input &in)
