@@ -122,7 +122,8 @@ bool broker_link::receive(std::string &message, std::string &trouble)
     if (size <= 0)
     {
         trouble = size < 0 && errno == EAGAIN
-                      ? "the node does not answer within " + std::to_string(answer_seconds) + " seconds"
+                      ? "the node does not answer within " + std::to_string(answer_seconds) +
+                            " seconds; its process may be stopped or have too little of the machine"
                       : "the node has gone";
         return false;
     }

@@ -53,7 +53,7 @@ void show_event(const char *event, const json &row, bool as_json)
     std::cout << time_text(false) << "  " << std::left << std::setw(7) << event << "  conversation "
               << number(row["number"]) << "  " << text(row["from_lu"]) << " (process " << number(row["from_pid"])
               << ") -> " << text(row["to_lu"]) << " " << text(row["tp_name"]) << " (process " << number(row["to_pid"])
-              << ")  " << text(row["state"]) << " for " << number(row["age_seconds"]) << " s  "
+              << ")  " << text(row["state"]) << " for " << number(row["state_seconds"]) << " s  "
               << text(row["from_state"]) << " " << number(row["from_bytes"]) << " bytes -> " << text(row["to_state"])
               << " " << number(row["to_bytes"]) << " bytes\n";
 }

@@ -246,8 +246,10 @@ row status(desk &node)
         open += s.state == session_state::connected;
     }
     std::size_t accepts = 0;
+    std::size_t programs = 0;
     for (const auto &[id, c] : books.connections())
     {
+        programs += c.greeted && !c.operates;
         for (const auto &[correlation, r] : c.requests)
         {
             accepts += r.accepts;
@@ -260,7 +262,7 @@ row status(desk &node)
         {"directory", node.directory()},
         {"configuration", node.config_file().empty() ? "built in" : node.config_file()},
         {"uptime_seconds", seconds(node.uptime())},
-        {"programs", books.connections().size() - 1}, // the one that asks is none
+        {"programs", programs},
         {"tp_names", books.names().size()},
         {"conversations", open},
         {"queued_attaches", queued},
@@ -359,7 +361,7 @@ table show_programs(desk &node)
     const exchange &books = node.books();
     for (const auto &[id, c] : books.connections())
     {
-        if (c.greeted)
+        if (c.greeted && !c.operates)
         {
             rows.push_back({{"program", c.program},
                             {"pid", c.who.pid},
@@ -418,7 +420,8 @@ row session_row(desk &node, const session &s, const counted_ends &counted)
             {"to_state", state_of(to)},
             {"from_bytes", bytes_sent(from, to)},
             {"to_bytes", bytes_sent(to, from)},
-            {"age_seconds", seconds(node.now() - s.since)}};
+            {"state_seconds", seconds(node.now() - s.since)},
+            {"age_seconds", seconds(node.now() - s.begun)}};
 }
 
 table show_conversations(desk &node, bool queued_only)

@@ -150,6 +150,7 @@ struct session
     bool program_started = false; // one was, for this attach alone
     std::uint64_t order = 0;   // of the attach
     milliseconds deadline = 0; // while queued
+    milliseconds begun = 0;
     milliseconds since = 0;    // of its state
 };
 
@@ -183,6 +184,7 @@ struct connection
     connection_id id;
     peer who;
     bool greeted = false;
+    bool operates = false; // has given a command of the operator, and is no program
     std::string program;
     milliseconds since = 0;
     std::unordered_set<std::string> names; // TP names, 64 bytes each

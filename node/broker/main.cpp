@@ -14,7 +14,6 @@
 #include <iostream>
 #include <linux/close_range.h>
 #include <sys/file.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -158,12 +157,7 @@ void serve(broker::server_options options, Report report)
         }
         settings = *read;
     }
-    rlimit files;
-    if (getrlimit(RLIMIT_NOFILE, &files) == 0)
-    {
-        files.rlim_cur = files.rlim_max;
-        setrlimit(RLIMIT_NOFILE, &files);
-    }
+    broker::set_own_limits();
     std::string where = options.directory;
     std::string configuration = options.config_file.empty() ? "the built-in configuration" : options.config_file;
     broker::server server(std::move(options), std::move(settings));
@@ -321,6 +315,13 @@ int start_in_background(const broker::server_options &options)
     return code;
 }
 
+const CLI::Validator not_nan([](std::string &value) {
+    return value.find_first_of("nN") == value.npos ? "" : "it is " + value + ", and must be a number of seconds";
+}, "");
+
+// An argument that a script has left empty is a mistake: the default that stands for nothing is not what was meant.
+const CLI::Validator not_empty([](std::string &value) { return value.empty() ? "it is empty" : ""; }, "");
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -348,13 +349,15 @@ int main(int argc, char **argv)
     std::string check;
     bool start = false;
     bool json = false;
-    app.add_option("--dir", directory, "Directory of the node")->type_name("DIR");
-    app.add_option("--config", config_file, "Configuration file")->type_name("FILE");
+    app.add_option("--dir", directory, "Directory of the node")->type_name("DIR")->check(not_empty);
+    app.add_option("--config", config_file, "Configuration file")->type_name("FILE")->check(not_empty);
     app.add_option("--idle", idle, "Leave after so long without a program; 0: never")
         ->type_name("SECONDS")
-        ->check(CLI::Range(0.0, 365.0 * 86400));
+        ->check(CLI::Range(0.0, 365.0 * 86400) & not_nan);
     app.add_flag("--start", start, "Go into the background; ends as soon as programs can connect");
-    app.add_option("--check", check, "Only say what is right and wrong with a configuration file")->type_name("FILE");
+    app.add_option("--check", check, "Only say what is right and wrong with a configuration file")
+        ->type_name("FILE")
+        ->check(not_empty);
     app.add_flag("--json", json, "With --check: the answer in JSON")->needs("--check");
     app.set_version_flag("--version", CPIC_VERSION);
     try

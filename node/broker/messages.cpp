@@ -89,6 +89,7 @@ void exchange::message(connection_id id, std::span<const std::byte> bytes, milli
     case wire::message_kind::control:
     {
         auto command = decode<wire::control>(bytes);
+        from.operates = true;
         world_.control(id, head.correlation, command.json == 1,
                        std::string(reinterpret_cast<const char *>(bytes.data()) + sizeof command,
                                    command.text_length));

@@ -31,6 +31,10 @@ struct server_options
     int listener = -1;        // handed over by a service manager; -1: make the socket
 };
 
+// Sets the limits of the broker itself: as many descriptors as there may be, and no core file, which would hold passwords.
+// The programs that it starts get the limits back that it was started with.
+void set_own_limits();
+
 class server : private outside, private desk
 {
 public:

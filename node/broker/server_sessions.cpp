@@ -11,7 +11,9 @@
 #include <grp.h>
 #include <pwd.h>
 #include <csignal>
+#include <optional>
 #include <sys/epoll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -36,6 +38,18 @@ void set_variable(std::vector<std::string> &environment, const std::string &name
 {
     std::erase_if(environment, [&](const std::string &one) { return one.starts_with(name + "="); });
     environment.push_back(name + "=" + value);
+}
+
+// The limits that the broker was started with; none before set_own_limits().
+std::optional<rlimit> files_before;
+std::optional<rlimit> core_before;
+
+void give_back(int resource, const std::optional<rlimit> &before)
+{
+    if (before)
+    {
+        setrlimit(static_cast<__rlimit_resource>(resource), &*before);
+    }
 }
 
 // Why a program could not be started; no text: it could.
@@ -118,6 +132,8 @@ start_trouble launch(const std::string &command, std::vector<char *> arguments, 
         sigprocmask(SIG_SETMASK, &none, nullptr);
         std::signal(SIGPIPE, SIG_DFL);
         setsid();
+        give_back(RLIMIT_NOFILE, files_before);
+        give_back(RLIMIT_CORE, core_before);
         int null = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
         dup2(null, STDIN_FILENO);
         if (!as.other ||
@@ -146,6 +162,23 @@ void say_not_started(const std::string &command, const std::string &tp_name, con
 }
 
 } // namespace
+
+void set_own_limits()
+{
+    rlimit limit;
+    if (getrlimit(RLIMIT_NOFILE, &limit) == 0)
+    {
+        files_before = limit;
+        limit.rlim_cur = limit.rlim_max;
+        setrlimit(RLIMIT_NOFILE, &limit);
+    }
+    if (getrlimit(RLIMIT_CORE, &limit) == 0)
+    {
+        core_before = limit;
+        limit.rlim_cur = 0;
+        setrlimit(RLIMIT_CORE, &limit);
+    }
+}
 
 bool server::open_session(session_id id)
 {

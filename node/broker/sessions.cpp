@@ -41,6 +41,7 @@ void exchange::grant(connection &to, const wire::allocate &wanted, const route &
     s.conv_type = wanted.conv_type;
     s.sync_level = wanted.sync_level;
     s.security = wanted.security;
+    s.begun = now;
     s.since = now;
     // A name that does not fit is left out: cut off it might be another user's.
     if (wanted.security == 1 && config_.already_verified && to.who.user.size() <= sizeof wanted.user_id)

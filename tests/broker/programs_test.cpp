@@ -517,5 +517,28 @@ TEST_F(node, CheckSaysWhatIsWrongAndNeedsNoNode)
     EXPECT_FALSE(running());
 }
 
+TEST_F(node, TheBrokerRefusesArgumentsThatSayNothing)
+{
+    for (const auto &arguments : std::vector<std::vector<std::string>>{
+             {"--check", ""}, {"--config", ""}, {"--idle", "nan"}, {"--idle", "-1"}, {"--idle", "soon"}})
+    {
+        finished result = broker(arguments);
+        EXPECT_EQ(result.code, 2) << arguments[0] << " " << arguments[1];
+        EXPECT_NE(result.error, "");
+    }
+    EXPECT_FALSE(running());
+}
+
+TEST_F(node, WhoeverLooksIsNoProgram)
+{
+    start();
+    client caller(directory);
+    caller.greet();
+    json rows = json::parse(tool({"show", "programs", "--json"}).out);
+    ASSERT_EQ(rows.size(), 1u) << rows;
+    EXPECT_EQ(rows[0]["pid"], getpid());
+    EXPECT_EQ(json::parse(tool({"status", "--json"}).out)["programs"], 1);
+}
+
 } // namespace
 } // namespace test

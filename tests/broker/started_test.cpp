@@ -6,6 +6,8 @@
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
+#include <sstream>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -59,6 +61,21 @@ struct started : abused_node
         });
         EXPECT_EQ(found, standard);
     }
+    // The soft limit of a process, as /proc names it.
+    static std::string limit_of(pid_t pid, const std::string &name)
+    {
+        std::ifstream limits("/proc/" + std::to_string(pid) + "/limits");
+        for (std::string line; std::getline(limits, line);)
+        {
+            if (line.starts_with(name))
+            {
+                std::istringstream rest(line.substr(name.size()));
+                rest >> line;
+                return line;
+            }
+        }
+        return "";
+    }
     json running() { return json::parse(tool({"show", "startable", "--json"}).out)[0]["running"]; }
 
     std::string noted;
@@ -85,6 +102,9 @@ TEST_F(started, WhatTheBrokerHasFromItsOwnCallerGoesNoFurther)
     {
         dup2(open("/dev/null", O_RDWR), 9); // stays open on exec
         setenv("NOTIFY_SOCKET", "/nowhere/at/all", 1);
+        rlimit files{100, 200}, core{4096, 4096};
+        setrlimit(RLIMIT_NOFILE, &files);
+        setrlimit(RLIMIT_CORE, &core);
         execl(CPICNODED, CPICNODED, "--dir", directory.c_str(), "--config", file.c_str(), nullptr);
         _exit(127);
     }
@@ -97,6 +117,11 @@ TEST_F(started, WhatTheBrokerHasFromItsOwnCallerGoesNoFurther)
     std::string environment{std::istreambuf_iterator<char>(in), {}};
     EXPECT_NE(environment.find("APPCTPN=SERVER"), std::string::npos);
     EXPECT_EQ(environment.find("NOTIFY_SOCKET"), std::string::npos);
+    // It has the limits that the broker was started with; the broker writes no passwords into a core file.
+    EXPECT_EQ(limit_of(pid, "Max open files"), "100");
+    EXPECT_EQ(limit_of(pid, "Max core file size"), "4096");
+    EXPECT_EQ(limit_of(broker, "Max open files"), "200");
+    EXPECT_EQ(limit_of(broker, "Max core file size"), "0");
     kill(pid, SIGKILL);
     kill(broker, SIGTERM);
     EXPECT_EQ(waitpid(broker, nullptr, 0), broker);
