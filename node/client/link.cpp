@@ -129,6 +129,27 @@ bool send(const void *message, std::size_t size)
     return true;
 }
 
+u32 spares; // requests that hold a descriptor
+
+// The message that is next answers such a request: makes room for the descriptor it brings.
+void make_room()
+{
+    wire::message_head head;
+    iovec piece = {&head, sizeof head};
+    msghdr header = {};
+    header.msg_iov = &piece;
+    header.msg_iovlen = 1;
+    if (sys_recvmsg(broker.fd, &header, MSG_DONTWAIT | MSG_PEEK) != static_cast<ssize_t>(sizeof head))
+    {
+        return;
+    }
+    auto *r = static_cast<request *>(table_find(runtime.requests, head.correlation));
+    if (r != nullptr)
+    {
+        request_release(*r);
+    }
+}
+
 // Reads one message without waiting. 0: nothing there. -1: the path is lost. Else its size; fd: the first descriptor
 // that came with it, or -1. Further ones are closed: the broker never sends two.
 ssize_t receive(int socket, void *buffer, std::size_t room, int &fd)
@@ -367,22 +388,55 @@ bool link_post(request &r, wire::message_head &message, std::size_t size, wire::
     return true;
 }
 
+bool request_reserve(request &r)
+{
+    r.spare = sys_eventfd();
+    spares += r.spare >= 0 ? 1 : 0;
+    return r.spare >= 0;
+}
+
+void request_release(request &r)
+{
+    if (r.spare >= 0)
+    {
+        sys_close(r.spare);
+        r.spare = -1;
+        spares--;
+    }
+}
+
 namespace {
 
-// A request whose sender waits for it.
+// A request whose sender waits for it. It is in memory of its own,
+// because the answer may come when the sender has been cancelled.
 struct call
 {
     request r; // first: `done` gets it
     runtime_waiter waiter;
+    wire::message_kind kind;
     void *reply;
     std::size_t size;
     bool answered;
     bool lost;
+    bool cancelled;
+    bool left; // the sender waits no more, and the answer, still to come, frees this
+    call *next;
+    call **link;
 };
+call *calls; // whose senders wait
 
 void call_done(request &self, const void *reply, int fd)
 {
     call &c = reinterpret_cast<call &>(self);
+    if (fd >= 0)
+    {
+        sys_close(fd); // no reply that is waited for here brings one
+    }
+    if (c.left)
+    {
+        sys_free(&c);
+        return;
+    }
     if (reply == nullptr)
     {
         c.lost = true;
@@ -392,31 +446,82 @@ void call_done(request &self, const void *reply, int fd)
         std::memcpy(c.reply, reply, c.size);
         c.answered = true;
     }
-    if (fd >= 0)
-    {
-        sys_close(fd); // no reply that is waited for here brings one
-    }
     runtime_kick(c.waiter);
 }
 
 } // namespace
 
-bool link_call(wire::message_head &message, std::size_t message_size, wire::message_kind kind, void *reply,
+called link_call(wire::message_head &message, std::size_t message_size, wire::message_kind kind, void *reply,
                std::size_t size, wire::message_kind expected)
 {
-    call c = {{0, expected, call_done}, {}, reply, size, false, false};
+    void *memory = sys_alloc(sizeof(call));
+    if (memory == nullptr)
+    {
+        return called::failed;
+    }
+    call &c = *new (memory) call{};
+    c.r.expected = expected;
+    c.r.done = call_done;
+    c.kind = kind;
+    c.reply = reply;
+    c.size = size;
     if (!link_post(c.r, message, message_size, kind, expected))
     {
-        return false;
+        sys_free(&c);
+        return called::failed;
     }
-    while (!c.answered && !c.lost)
+    c.next = calls;
+    c.link = &calls;
+    if (calls != nullptr)
+    {
+        calls->link = &c.next;
+    }
+    calls = &c;
+    while (!c.answered && !c.lost && !c.cancelled)
     {
         if (runtime_wait(c.waiter, broker.fd, POLLIN, -1) != 0)
         {
             link_ready();
         }
     }
-    return c.answered;
+    *c.link = c.next;
+    if (c.next != nullptr)
+    {
+        c.next->link = c.link;
+    }
+    const called result = c.answered ? called::answered : c.lost ? called::failed : called::cancelled;
+    c.left = true;
+    if (result != called::cancelled)
+    {
+        sys_free(&c);
+    }
+    return result;
+}
+
+void link_cancel_only(wire::message_kind kind)
+{
+    call *only = nullptr;
+    for (call *one = calls; one != nullptr; one = one->next)
+    {
+        if (one->kind == kind && !one->answered && !one->lost && !one->cancelled)
+        {
+            if (only != nullptr)
+            {
+                return;
+            }
+            only = one;
+        }
+    }
+    if (only != nullptr)
+    {
+        only->cancelled = true;
+        runtime_kick(only->waiter);
+    }
+}
+
+void link_calls_forget()
+{
+    calls = nullptr;
 }
 
 void link_ended(u32 session)
@@ -460,6 +565,12 @@ bool link_record(wire::node_file_kind file, const char *record, std::size_t size
     return true;
 }
 
+bool link_ended_by_broker()
+{
+    pollfd watched = {broker.fd, 0, 0};
+    return sys_poll(&watched, 1, 0) > 0;
+}
+
 void link_ready()
 {
     if (broker.fd < 0)
@@ -469,6 +580,10 @@ void link_ready()
     if (outbox_first != nullptr)
     {
         outbox_send();
+    }
+    if (spares != 0)
+    {
+        make_room();
     }
     alignas(8) unsigned char buffer[longest_reply];
     int fd;

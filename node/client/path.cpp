@@ -118,6 +118,7 @@ void after_fork_child()
     link_close();
     wait_objects_forget_sleepers();
     operations_forget();
+    link_calls_forget();
     forget_everything();
     runtime.path_due = had_path && any_user();
 }
