@@ -58,8 +58,8 @@ enum class called
 called link_call(wire::message_head &message, std::size_t message_size, wire::message_kind kind, void *reply,
                std::size_t size, wire::message_kind expected);
 
-// Ends the wait of the link_call() of this kind; its answer is dropped when it comes. Where several threads wait for one
-// nothing happens: nobody can say which of them is meant, and each other would fail for nothing.
+// Ends the wait of the link_call() of this kind; its answer is dropped when it comes. Where several threads wait for
+// one nothing happens: nobody can say which of them is meant, and each other would fail for nothing.
 void link_cancel_only(wire::message_kind kind);
 
 // In the child of a fork: nobody waits here.

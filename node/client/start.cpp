@@ -114,8 +114,8 @@ bool find_program(char (&path)[PATH_MAX])
     return false;
 }
 
-// Somebody who has the lock for starting, and starts no broker all the same, gets this many milliseconds: it may have been
-// stopped, and the process-wide lock is held here.
+// Somebody who has the lock for starting, and starts no broker all the same, gets this many milliseconds: it may have
+// been stopped, and the process-wide lock is held here.
 constexpr int start_patience = 10000;
 
 // Waits for the lock for starting a broker, and for a broker, whichever comes first. nobody: the lock is had.
