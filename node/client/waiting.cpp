@@ -18,13 +18,19 @@ namespace client {
 runtime_state runtime = {PTHREAD_MUTEX_INITIALIZER, PTHREAD_COND_INITIALIZER, 0, false, false, 0, 0, false, {}, -1, 0,
                          0, nullptr, {}, {}, {}, nullptr};
 
+// What vpm_lock() seldom does stands in functions of its own, here and below: every call pays for the rest of it.
+[[gnu::noinline]] static void lock_await()
+{
+    __atomic_add_fetch(&runtime.wanted, 1, __ATOMIC_RELAXED);
+    pthread_mutex_lock(&runtime.mutex);
+    __atomic_sub_fetch(&runtime.wanted, 1, __ATOMIC_RELAXED);
+}
+
 void lock_take()
 {
-    if (pthread_mutex_trylock(&runtime.mutex) != 0)
+    if (__builtin_expect(pthread_mutex_trylock(&runtime.mutex) != 0, 0))
     {
-        __atomic_add_fetch(&runtime.wanted, 1, __ATOMIC_RELAXED);
-        pthread_mutex_lock(&runtime.mutex);
-        __atomic_sub_fetch(&runtime.wanted, 1, __ATOMIC_RELAXED);
+        lock_await();
     }
 }
 
@@ -227,6 +233,17 @@ constexpr std::int64_t pause_in_row = 10000000; // nanoseconds
     {
         look_at_broker();
     }
+}
+
+// The callback frees the library's records: it must not run under a call that still uses them. All those calls have been
+// woken and leave.
+[[gnu::noinline]] void deliver_path()
+{
+    while (runtime.path_due && runtime.calls != 0)
+    {
+        pthread_cond_wait(&runtime.idle, &runtime.mutex);
+    }
+    path_deliver();
 }
 
 // A waiter that no eventfd was to be had for looks again this often, in milliseconds.
@@ -500,7 +517,7 @@ CPICNODE_EXPORT u16 vpm_lock(void)
 {
     lock_take();
     const void *place = __builtin_return_address(0); // each call of the library has one of its own
-    if (runtime.quick && row.left != 0 && place == row.place)
+    if (__builtin_expect(runtime.quick && row.left != 0 && place == row.place, 1))
     {
         row.left--;
         runtime.quick = false;
@@ -511,13 +528,7 @@ CPICNODE_EXPORT u16 vpm_lock(void)
     }
     if (__builtin_expect(runtime.path_due, 0))
     {
-        // The callback frees the library's records: it must not run under a call that still uses them. All those
-        // calls have been woken and leave.
-        while (runtime.path_due && runtime.calls != 0)
-        {
-            pthread_cond_wait(&runtime.idle, &runtime.mutex);
-        }
-        path_deliver();
+        deliver_path();
     }
     runtime.calls++;
     return 1;
