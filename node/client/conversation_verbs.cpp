@@ -396,6 +396,10 @@ short advance_receive(conversation *conv, bool &complete, int &reads_left)
         lu62::receive_now(conv->engine, conv->receiving);
         complete = true;
     }
+    if (reads_left == most_reads)
+    {
+        runtime_quick_call(); // what had been read before was enough
+    }
     receive_complete(conv);
     return 0;
 }
