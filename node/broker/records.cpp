@@ -26,6 +26,7 @@ struct record_files::road
     int stat(const char *path, struct stat *found) { return ::stat(path, found); }
     int rename(const char *from, const char *to) { return ::rename(from, to); }
     int flock(int fd, int operation) { return ::flock(fd, operation); }
+    ssize_t append(int fd, const iovec *pieces, int count) { return ::writev(fd, pieces, count); }
 };
 
 record_files::record_files(std::string directory) : directory_(std::move(directory))
@@ -57,13 +58,9 @@ void record_files::append(wire::node_file_kind kind, std::string_view text, std:
     }
     road system{directory_};
     wire::node_file &file = files_[static_cast<std::uint32_t>(kind) - 1];
-    bool good = wire::node_file_prepare(system, file, static_cast<std::uint32_t>(record.size()), limit);
-    if (good)
-    {
-        ssize_t written = write(file.fd, record.data(), record.size());
-        good = written == static_cast<ssize_t>(record.size());
-        errno = good || written < 0 ? errno : ENOSPC;
-    }
+    const std::uint32_t size = static_cast<std::uint32_t>(record.size());
+    bool good = wire::node_file_prepare(system, file, size, limit) &&
+                wire::node_file_append(system, file, record.data(), size);
     if (!good && !warned_)
     {
         warned_ = true;

@@ -15,7 +15,8 @@ constexpr u32 bad_send_error_log_data = 0x102;
 
 constexpr u32 longest_record = 32767; // mapped
 
-// What can lie in the socket is read in a few goes; a partner that writes without end does not hold the reader up.
+// What can lie in the socket is read in a few goes; a partner that writes without end does not hold the reader up, nor,
+// with what is of no use to the program, the other threads.
 constexpr int most_reads = 16;
 
 // The conversation cannot go on for want of memory, and bytes of it are lost.
@@ -67,7 +68,14 @@ bool news_waiting(conversation *conv)
             return false;
         }
     }
+    runtime_rest();
     return false;
+}
+
+// The input may bring something else than at the last look.
+bool look_is_due(const conversation *conv)
+{
+    return runtime_now() - conv->looked >= look_interval;
 }
 
 short write_job(conversation *conv)
@@ -105,9 +113,9 @@ short begin_send_data(conversation *conv)
     if (!conv->plan.flush)
     {
         // While a program only gathers, it learns of a request to send when a new buffer is begun, but not right after a
-        // receive, which has just read the input.
+        // receive, which has just read the input; and when it has not looked for a while.
         const bool small = verb.length < long_send;
-        if (small && conv->out == nullptr && !first && news_waiting(conv))
+        if (small && ((conv->out == nullptr && !first) || look_is_due(conv)) && news_waiting(conv))
         {
             return tell_news(conv);
         }
@@ -299,9 +307,16 @@ bool written(conversation *conv)
     return true;
 }
 
-// Reads for a verb that needs input. 0: there is some; POLLIN: wait for it.
-short read_more(conversation *conv, lu62::receiving *receiving)
+// Reads for a verb that needs input. 0: there is some; POLLIN: wait for it. left: how often it may still be read. After
+// that others have their turn; what has been read is taken then, so that waiting for the socket misses nothing.
+short read_more(conversation *conv, lu62::receiving *receiving, int &left)
 {
+    if (left == 0)
+    {
+        runtime_rest();
+        return POLLIN;
+    }
+    left--;
     if (conv->wait_first)
     {
         conv->wait_first = false;
@@ -324,7 +339,7 @@ short read_more(conversation *conv, lu62::receiving *receiving)
     return 0;
 }
 
-short advance_answer(conversation *conv, bool &complete)
+short advance_answer(conversation *conv, bool &complete, int &reads_left)
 {
     complete = true;
     switch (input_look(conv))
@@ -340,7 +355,7 @@ short advance_answer(conversation *conv, bool &complete)
         break;
     }
     complete = false;
-    return read_more(conv, nullptr);
+    return read_more(conv, nullptr, reads_left);
 }
 
 void receive_complete(conversation *conv)
@@ -362,14 +377,14 @@ void receive_complete(conversation *conv)
     answer_error(conv);
 }
 
-short advance_receive(conversation *conv, bool &complete)
+short advance_receive(conversation *conv, bool &complete, int &reads_left)
 {
     const bool clear = conv->carry == nullptr || carry_write(conv);
 
     complete = input_receive(conv, conv->receiving);
     if (!complete)
     {
-        const short events = read_more(conv, &conv->receiving);
+        const short events = read_more(conv, &conv->receiving, reads_left);
         if (events == 0)
         {
             return 0;
@@ -380,6 +395,10 @@ short advance_receive(conversation *conv, bool &complete)
         }
         lu62::receive_now(conv->engine, conv->receiving);
         complete = true;
+    }
+    if (reads_left == most_reads)
+    {
+        runtime_quick_call(); // what had been read before was enough
     }
     receive_complete(conv);
     return 0;
@@ -426,7 +445,7 @@ bool verb_quick_send(conversation *conv, VERB_RECORD *record)
 
     // The test for room is that of gather(), made first: once the engine has counted the bytes they have to go.
     if (verb.type != 0 || conv->stop != 0 || conv->out == nullptr || !conv->sending || verb.length >= long_send ||
-        conv->out_used + 2 * frame_size + verb.length > gather_size ||
+        conv->out_used + 2 * frame_size + verb.length > gather_size || look_is_due(conv) ||
         !lu62::send_quickly(conv->engine, verb.buffer, verb.length))
     {
         return false;
@@ -436,6 +455,7 @@ bool verb_quick_send(conversation *conv, VERB_RECORD *record)
     {
         conv->counters->sent += verb.length; // the state is what it was
     }
+    runtime_quick_call();
     record->send.rts_received = lu62::take_rts(conv->engine) ? 1 : 0;
     runtime_set_rc(record, wire::rc_ok, 0);
     return true;
@@ -486,6 +506,7 @@ short verb_advance(conversation *conv, short ready)
     {
         return cut_short(conv);
     }
+    int reads_left = most_reads;
     while (conv->stop == 0)
     {
         bool complete = false;
@@ -500,10 +521,10 @@ short verb_advance(conversation *conv, short ready)
             complete = written(conv);
             break;
         case phase::answer:
-            events = advance_answer(conv, complete);
+            events = advance_answer(conv, complete, reads_left);
             break;
         case phase::receive:
-            events = advance_receive(conv, complete);
+            events = advance_receive(conv, complete, reads_left);
             break;
         case phase::none:
             complete = true;

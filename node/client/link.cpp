@@ -129,6 +129,27 @@ bool send(const void *message, std::size_t size)
     return true;
 }
 
+u32 spares; // requests that hold a descriptor
+
+// The message that is next answers such a request: makes room for the descriptor it brings.
+void make_room()
+{
+    wire::message_head head;
+    iovec piece = {&head, sizeof head};
+    msghdr header = {};
+    header.msg_iov = &piece;
+    header.msg_iovlen = 1;
+    if (sys_recvmsg(broker.fd, &header, MSG_DONTWAIT | MSG_PEEK) != static_cast<ssize_t>(sizeof head))
+    {
+        return;
+    }
+    auto *r = static_cast<request *>(table_find(runtime.requests, head.correlation));
+    if (r != nullptr)
+    {
+        request_release(*r);
+    }
+}
+
 // Reads one message without waiting. 0: nothing there. -1: the path is lost. Else its size; fd: the first descriptor
 // that came with it, or -1. Further ones are closed: the broker never sends two.
 ssize_t receive(int socket, void *buffer, std::size_t room, int &fd)
@@ -367,56 +388,21 @@ bool link_post(request &r, wire::message_head &message, std::size_t size, wire::
     return true;
 }
 
-namespace {
-
-// A request whose sender waits for it.
-struct call
+bool request_reserve(request &r)
 {
-    request r; // first: `done` gets it
-    runtime_waiter waiter;
-    void *reply;
-    std::size_t size;
-    bool answered;
-    bool lost;
-};
-
-void call_done(request &self, const void *reply, int fd)
-{
-    call &c = reinterpret_cast<call &>(self);
-    if (reply == nullptr)
-    {
-        c.lost = true;
-    }
-    else
-    {
-        std::memcpy(c.reply, reply, c.size);
-        c.answered = true;
-    }
-    if (fd >= 0)
-    {
-        sys_close(fd); // no reply that is waited for here brings one
-    }
-    runtime_kick(c.waiter);
+    r.spare = sys_eventfd();
+    spares += r.spare >= 0 ? 1 : 0;
+    return r.spare >= 0;
 }
 
-} // namespace
-
-bool link_call(wire::message_head &message, std::size_t message_size, wire::message_kind kind, void *reply,
-               std::size_t size, wire::message_kind expected)
+void request_release(request &r)
 {
-    call c = {{0, expected, call_done}, {}, reply, size, false, false};
-    if (!link_post(c.r, message, message_size, kind, expected))
+    if (r.spare >= 0)
     {
-        return false;
+        sys_close(r.spare);
+        r.spare = -1;
+        spares--;
     }
-    while (!c.answered && !c.lost)
-    {
-        if (runtime_wait(c.waiter, broker.fd, POLLIN, -1) != 0)
-        {
-            link_ready();
-        }
-    }
-    return c.answered;
 }
 
 void link_ended(u32 session)
@@ -460,6 +446,12 @@ bool link_record(wire::node_file_kind file, const char *record, std::size_t size
     return true;
 }
 
+bool link_ended_by_broker()
+{
+    pollfd watched = {broker.fd, 0, 0};
+    return sys_poll(&watched, 1, 0) > 0;
+}
+
 void link_ready()
 {
     if (broker.fd < 0)
@@ -469,6 +461,10 @@ void link_ready()
     if (outbox_first != nullptr)
     {
         outbox_send();
+    }
+    if (spares != 0)
+    {
+        make_room();
     }
     alignas(8) unsigned char buffer[longest_reply];
     int fd;

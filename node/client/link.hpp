@@ -16,6 +16,7 @@ struct request
     u32 correlation;
     wire::message_kind expected;
     void (*done)(request &self, const void *reply, int fd);
+    int spare = -1; // see request_reserve(); -1: none
 };
 
 struct broker_link
@@ -41,10 +42,28 @@ void link_close();
 bool link_post(request &r, wire::message_head &message, std::size_t size, wire::message_kind kind,
                wire::message_kind expected);
 
+// Holds a descriptor until just before the reply is received, so that the one it brings finds a place in a program that
+// has no other left: what a reply brings and cannot be taken is lost. False: there is none to be had.
+bool request_reserve(request &r);
+void request_release(request &r); // before the record goes; without a descriptor nothing happens
+
 // Sends a request and waits, with the lock given up, for its reply, which is copied to `reply` (`size` bytes, the size of
-// the expected kind). False: the path is lost.
-bool link_call(wire::message_head &message, std::size_t message_size, wire::message_kind kind, void *reply,
+// the expected kind).
+enum class called
+{
+    answered,
+    failed,    // the path is lost, or there is no memory
+    cancelled, // by link_cancel_only()
+};
+called link_call(wire::message_head &message, std::size_t message_size, wire::message_kind kind, void *reply,
                std::size_t size, wire::message_kind expected);
+
+// Ends the wait of the link_call() of this kind; its answer is dropped when it comes. Where several threads wait for
+// one nothing happens: nobody can say which of them is meant, and each other would fail for nothing.
+void link_cancel_only(wire::message_kind kind);
+
+// In the child of a fork: nobody waits here.
+void link_calls_forget();
 
 // Tells the broker that a session is over at this end.
 void link_ended(u32 session);
@@ -52,6 +71,9 @@ void link_ended(u32 session);
 // Hands the broker a record for a file of the node that this program may not write. False: so much waits already for a
 // broker that does not take it that the record is lost.
 bool link_record(wire::node_file_kind file, const char *record, std::size_t size);
+
+// True when the broker has closed its end, whatever it may have sent before.
+bool link_ended_by_broker();
 
 // The broker's socket is ready: reads one message and hands it on, or finds the path lost.
 void link_ready();

@@ -25,8 +25,8 @@ void query(NOF_QUERY_SIDE_INFO_VERB *verb, u8 *buffer)
     wire::query_side_info question = {};
     std::memcpy(question.sym_dest_name, verb->sym_dest_name, sizeof question.sym_dest_name);
     wire::side_info answer;
-    if (!link_call(question.head, sizeof question, wire::message_kind::query_side_info, &answer, sizeof answer,
-                   wire::message_kind::side_info))
+    if (link_call(question.head, sizeof question, wire::message_kind::query_side_info, &answer, sizeof answer,
+                  wire::message_kind::side_info) != called::answered)
     {
         set_rc_no_path(verb);
         return;

@@ -113,11 +113,14 @@ void after_fork_child()
     runtime.mutex = PTHREAD_MUTEX_INITIALIZER;
     runtime.idle = PTHREAD_COND_INITIALIZER;
     runtime.calls = 0;
+    runtime.wanted = 0;
     runtime.pumping = 0;
     bool had_path = broker.fd >= 0 || runtime.path_due;
     link_close();
+    waiting_forget_threads();
     wait_objects_forget_sleepers();
     operations_forget();
+    link_calls_forget();
     forget_everything();
     runtime.path_due = had_path && any_user();
 }

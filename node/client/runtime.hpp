@@ -11,6 +11,7 @@
 
 #include "node_verbs.h"
 
+#include <cstdint>
 #include <sys/socket.h>
 #include <sys/types.h>
 
@@ -42,6 +43,16 @@ short runtime_wait(runtime_waiter &waiter, int fd, short events, int timeout_ms)
 // Ends the wait that a waiter is in, or the next one. A thread inside runtime_receive() is got out of it by shutting the
 // descriptor down for reading: only for a conversation that is over.
 void runtime_kick(runtime_waiter &waiter);
+
+// This thread is busy with bytes that bring its program nothing, and its partner sends ever more of them: its next wait
+// begins with a rest if others want the lock, which else it might take again before any of them is awake.
+void runtime_rest();
+
+// Nanoseconds of a coarse clock, read as a call begins and whenever it has waited; not for each of many quick calls.
+std::int64_t runtime_now();
+
+// This call costs so little that reading the clock for the next of its kind would be felt.
+void runtime_quick_call();
 
 // ---- blocking in a receive ----------------------------------------------------------------------------------------
 

@@ -11,6 +11,7 @@
 #include "client/system.hpp"
 #include "client/tp.hpp"
 
+#include <cerrno>
 #include <cstring>
 #include <new>
 
@@ -57,6 +58,7 @@ operation *operation_make(VERB_RECORD *record, appc_completion *routine, u32 use
 
 void operation_free(operation *op)
 {
+    request_release(op->r);
     *op->link = op->next;
     if (op->next != nullptr)
     {
@@ -363,6 +365,14 @@ u16 accept_issue(VERB_RECORD *record, appc_completion *routine, u32 user_word)
     auto *bytes = static_cast<u8 *>(sys_alloc(sizeof(wire::accept) + names));
     operation *op = bytes != nullptr ? operation_make(record, routine, user_word) : nullptr;
     bool sent = false;
+    // An accept that could not take its conversation would cost the partner that conversation.
+    if (op != nullptr && !request_reserve(op->r))
+    {
+        runtime_set_rc(record, wire::rc_unexpected_system_error, static_cast<u32>(errno));
+        operation_free(op);
+        sys_free(bytes);
+        return 0;
+    }
     if (op != nullptr)
     {
         auto *message = new (bytes) wire::accept{};
@@ -455,6 +465,10 @@ void cancel_conversation(VERB_HEADER *record)
         {
             operation_cancel(op);
         }
+    }
+    else
+    {
+        link_cancel_only(wire::message_kind::find_lu); // of an allocation that is still having its TP started
     }
     runtime_set_rc(record, wire::rc_ok, 0);
 }

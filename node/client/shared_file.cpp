@@ -49,6 +49,7 @@ struct files_system
     int stat(const char *path, struct stat *found) { return sys_stat(path, found); }
     int rename(const char *from, const char *to) { return sys_rename(from, to); }
     int flock(int fd, int operation) { return sys_flock(fd, operation); }
+    ssize_t append(int fd, const iovec *pieces, int count) { return sys_append(fd, pieces, count); }
 };
 files_system files;
 
@@ -81,10 +82,9 @@ bool shared_file_append(wire::node_file &file, const char *record, u32 size, u32
         }
         return true;
     }
-    ssize_t written = sys_write(file.fd, record, size);
-    if (written != static_cast<ssize_t>(size))
+    if (!wire::node_file_append(files, file, record, size))
     {
-        warn(file, written < 0 ? std::strerror(errno) : "the disk is full");
+        warn(file, std::strerror(errno));
         return false;
     }
     return true;

@@ -114,22 +114,51 @@ bool find_program(char (&path)[PATH_MAX])
     return false;
 }
 
+// Somebody who has the lock for starting, and starts no broker all the same, gets this many milliseconds: it may have
+// been stopped, and the process-wide lock is held here.
+constexpr int start_patience = 10000;
+
+// Waits for the lock for starting a broker, and for a broker, whichever comes first. nobody: the lock is had.
+reached await_turn(int lock, const char *lock_path, const char *socket_path, int &fd)
+{
+    constexpr int pause = 20;
+    const std::int64_t deadline = sys_monotonic() + start_patience * 1000000LL;
+    while (sys_flock(lock, LOCK_EX | LOCK_NB) != 0)
+    {
+        if (errno != EWOULDBLOCK)
+        {
+            report_problem(problem_no_broker, errno, "the lock for starting a broker cannot be had: ", lock_path);
+            return reached::failed;
+        }
+        if (sys_monotonic() >= deadline)
+        {
+            report_problem(problem_no_broker, EWOULDBLOCK,
+                           "another program has held the lock for starting a broker all the time, and started none: ",
+                           lock_path);
+            return reached::failed;
+        }
+        sys_sleep_ms(pause);
+        const reached meanwhile = connect_once(socket_path, fd);
+        if (meanwhile != reached::nobody)
+        {
+            return meanwhile;
+        }
+    }
+    return connect_once(socket_path, fd);
+}
+
 // Starts a broker, unless somebody else has done so while this program waited for its turn.
 reached start_broker(const char *directory, const char *socket_path, int &fd)
 {
     char lock_path[wire::max_directory + 16];
     std::snprintf(lock_path, sizeof lock_path, "%s/start.lock", directory);
     int lock = sys_open(lock_path, O_RDWR | O_CREAT | O_NOFOLLOW, 0600);
-    if (lock < 0 || sys_flock(lock, LOCK_EX) != 0)
+    if (lock < 0)
     {
         report_problem(problem_no_broker, errno, "the lock for starting a broker cannot be had: ", lock_path);
-        if (lock >= 0)
-        {
-            sys_close(lock);
-        }
         return reached::failed;
     }
-    reached result = connect_once(socket_path, fd);
+    reached result = await_turn(lock, lock_path, socket_path, fd);
     if (result == reached::nobody)
     {
         char program[PATH_MAX];

@@ -26,6 +26,10 @@ struct runtime_state
     pthread_cond_t idle;      // path_due, and no call is in flight any more
     u32 calls;                // calls between vpm_lock() and vpm_unlock(), also those that gave the lock up to wait
     bool path_due;            // the path is lost and the library has not been told yet
+    bool rest_due;            // see runtime_rest()
+    u32 wanted;               // threads that wait for the lock; atomic
+    std::int64_t now;         // see runtime_now()
+    bool quick;               // the last call was one of those that runtime_quick_call() tells of
     path_user users[max_path_users];
 
     int epoll;                // the broker's socket and every watched descriptor; -1: no path
@@ -58,7 +62,8 @@ void path_lost();
 // Closes the descriptors of the runtime; in the child of a fork nothing of it reaches the parent.
 void waiting_close();
 
-// In the child of a fork: nobody sleeps here.
+// In the child of a fork: nobody waits here, and nobody sleeps.
+void waiting_forget_threads();
 void wait_objects_forget_sleepers();
 
 } // namespace client

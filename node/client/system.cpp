@@ -34,6 +34,30 @@ auto uninterrupted(call_type call)
     return result;
 }
 
+// Makes a call that may raise `number`, a signal for this thread alone, and fail with `error`: the program gets no such
+// signal for what we do, however it deals with its own.
+template <typename call_type>
+auto without_signal(int number, int error, call_type call)
+{
+    sigset_t one;
+    sigset_t before;
+    sigset_t pending;
+    sigemptyset(&one);
+    sigaddset(&one, number);
+    pthread_sigmask(SIG_BLOCK, &one, &before);
+    sigpending(&pending);
+    auto result = call();
+    int why = errno;
+    if (result < 0 && why == error && sigismember(&pending, number) == 0)
+    {
+        timespec at_once = {};
+        uninterrupted([&] { return sigtimedwait(&one, nullptr, &at_once); });
+    }
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    errno = why;
+    return result;
+}
+
 } // namespace
 
 void *sys_alloc(std::size_t size)
@@ -50,6 +74,13 @@ std::int64_t sys_monotonic()
 {
     timespec now;
     clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<std::int64_t>(now.tv_sec) * 1000000000 + now.tv_nsec;
+}
+
+std::int64_t sys_monotonic_coarse()
+{
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
     return static_cast<std::int64_t>(now.tv_sec) * 1000000000 + now.tv_nsec;
 }
 
@@ -94,21 +125,17 @@ ssize_t sys_write(int fd, const void *buffer, std::size_t size)
     return uninterrupted([&] { return write(fd, buffer, size); });
 }
 
+ssize_t sys_append(int fd, const iovec *pieces, int count)
+{
+    return without_signal(SIGXFSZ, EFBIG, [&] { return uninterrupted([&] { return writev(fd, pieces, count); }); });
+}
+
 void sys_complain(const char *text, std::size_t size)
 {
-    sigset_t pipe_signal;
-    sigset_t before;
-    sigset_t pending;
-    sigemptyset(&pipe_signal);
-    sigaddset(&pipe_signal, SIGPIPE);
-    pthread_sigmask(SIG_BLOCK, &pipe_signal, &before);
-    sigpending(&pending);
-    if (sys_write(STDERR_FILENO, text, size) < 0 && errno == EPIPE && sigismember(&pending, SIGPIPE) == 0)
-    {
-        timespec at_once = {};
-        uninterrupted([&] { return sigtimedwait(&pipe_signal, nullptr, &at_once); });
-    }
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    // Standard error may be a pipe that nobody reads, or a file that has its limit.
+    without_signal(SIGXFSZ, EFBIG, [&] {
+        return without_signal(SIGPIPE, EPIPE, [&] { return sys_write(STDERR_FILENO, text, size); });
+    });
 }
 
 int sys_fstat(int fd, struct stat *found)
@@ -146,7 +173,9 @@ void *sys_map_shared(int fd, std::size_t size)
 int sys_shared_memory(const char *name, std::size_t size)
 {
     int fd = memfd_create(name, MFD_CLOEXEC | MFD_ALLOW_SEALING);
-    if (fd >= 0 && (ftruncate(fd, static_cast<off_t>(size)) != 0 ||
+    // A limit of file sizes counts for it as for any file.
+    auto set_size = [&] { return ftruncate(fd, static_cast<off_t>(size)); };
+    if (fd >= 0 && (without_signal(SIGXFSZ, EFBIG, set_size) != 0 ||
                     fcntl(fd, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL) != 0))
     {
         close(fd);

@@ -22,6 +22,7 @@ void sys_free(void *memory);
 
 // Nanoseconds of the monotonic clock, for time limits.
 std::int64_t sys_monotonic();
+std::int64_t sys_monotonic_coarse(); // some milliseconds old, and had for a few nanoseconds: for each call
 
 // Wall clock, for logs and trace: seconds and microseconds.
 struct wall_time
@@ -38,12 +39,13 @@ int sys_open(const char *path, int flags, mode_t mode);
 int sys_close(int fd);
 ssize_t sys_read(int fd, void *buffer, std::size_t size);
 ssize_t sys_write(int fd, const void *buffer, std::size_t size);
-void sys_complain(const char *text, std::size_t size); // to standard error; no SIGPIPE when nobody reads it
+ssize_t sys_append(int fd, const iovec *pieces, int count); // writev(); no SIGXFSZ where a limit of file sizes is met
+void sys_complain(const char *text, std::size_t size);      // to standard error; no SIGPIPE when nobody reads it
 int sys_fstat(int fd, struct stat *found);
 int sys_stat(const char *path, struct stat *found);
 int sys_rename(const char *from, const char *to);
 int sys_flock(int fd, int operation);
-int sys_shared_memory(const char *name, std::size_t size); // all zero, sealed: its size is what it is
+int sys_shared_memory(const char *name, std::size_t size); // all zero, sealed: its size is what it is; no SIGXFSZ
 void *sys_map_page(int fd, std::size_t size);   // read-only, shared; null when it cannot be done
 void *sys_map_shared(int fd, std::size_t size); // the same, to be written
 void sys_unmap_page(void *page, std::size_t size);

@@ -133,8 +133,14 @@ void tp_started(VERB_TP_STARTED *record)
         wire::find_lu question = {};
         std::memcpy(question.alias, alias, 8);
         wire::lu_found answer;
-        if (!link_call(question.head, sizeof question, wire::message_kind::find_lu, &answer, sizeof answer,
-                       wire::message_kind::lu_found))
+        const called asked = link_call(question.head, sizeof question, wire::message_kind::find_lu, &answer,
+                                       sizeof answer, wire::message_kind::lu_found);
+        if (asked == called::cancelled)
+        {
+            runtime_set_rc(record, wire::rc_cancelled, 0);
+            return;
+        }
+        if (asked == called::failed)
         {
             set_rc_no_path(record);
             return;
@@ -188,7 +194,8 @@ void tp_name_change(VERB_LOCAL_TP_NAME *record, wire::message_kind kind)
     wire::name_change change = {};
     std::memcpy(change.tp_name, record->tp_name, sizeof change.tp_name);
     wire::done answer;
-    if (!link_call(change.head, sizeof change, kind, &answer, sizeof answer, wire::message_kind::done))
+    if (link_call(change.head, sizeof change, kind, &answer, sizeof answer, wire::message_kind::done) !=
+        called::answered)
     {
         set_rc_no_path(record);
         return;

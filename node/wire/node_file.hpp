@@ -12,6 +12,7 @@
 //   int open(const char *path, int flags, mode_t mode), int close(int fd), int fstat(int fd, struct stat *found),
 //   int stat(const char *path, struct stat *found), int rename(const char *from, const char *to),
 //   int flock(int fd, int operation)                  as the calls of those names
+//   ssize_t append(int fd, const iovec *pieces, int count)   writev()
 //
 // lock: whatever keeps two threads of one process from using the same record at once.
 #pragma once
@@ -24,6 +25,7 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 
 namespace wire {
 
@@ -43,7 +45,8 @@ inline const char *node_file_name(node_file_kind kind)
 struct node_file
 {
     node_file_kind kind;
-    int fd; // -1: not open
+    int fd;            // -1: not open
+    bool torn = false; // the last record of this process was cut short, by a full disk say, and ends without a newline
 };
 
 template <class System>
@@ -63,6 +66,7 @@ void node_file_close(System &system, node_file &file)
 {
     system.close(file.fd);
     file.fd = -1;
+    file.torn = false;
 }
 
 template <class System>
@@ -127,6 +131,25 @@ bool node_file_prepare(System &system, node_file &file, std::uint32_t size, std:
         node_file_rotate(system, file);
     }
     return file.fd >= 0 || node_file_open(system, file);
+}
+
+// Appends a record, which ends with a newline, to the open file. After one that was cut short it begins a line of its
+// own. False: not all of it could be written; errno says why.
+template <class System>
+bool node_file_append(System &system, node_file &file, const char *record, std::uint32_t size)
+{
+    static char newline = '\n';
+    const iovec pieces[2] = {{&newline, 1}, {const_cast<char *>(record), size}};
+    const int first = file.torn ? 0 : 1;
+    const ssize_t written = system.append(file.fd, pieces + first, 2 - first);
+    if (written <= 0)
+    {
+        return false;
+    }
+    const std::uint32_t of_record = static_cast<std::uint32_t>(written) - (file.torn ? 1 : 0);
+    file.torn = of_record != 0 && of_record != size;
+    errno = of_record != size ? ENOSPC : errno;
+    return of_record == size;
 }
 
 } // namespace wire

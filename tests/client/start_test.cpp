@@ -5,8 +5,11 @@
 #include <chrono>
 #include <csignal>
 #include <dirent.h>
+#include <fcntl.h>
 #include <fstream>
+#include <poll.h>
 #include <sstream>
+#include <sys/file.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -142,6 +145,49 @@ TEST_F(start, ten_programs_at_once_start_one_broker)
         EXPECT_EQ(status, 0);
     }
     for (int fd : {go[0], ready[0], ready[1], leave[0]})
+    {
+        close(fd);
+    }
+}
+
+// Somebody has the lock for starting and does nothing: stopped, or not one of ours.
+TEST_F(start, a_lock_that_nobody_gives_back_is_not_waited_for_for_ever)
+{
+    int lock = open((directory + "/start.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    ASSERT_EQ(flock(lock, LOCK_EX), 0);
+    const auto before = std::chrono::steady_clock::now();
+    EXPECT_FALSE(connect());
+    EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(30));
+    EXPECT_NE(contents("problem.log").find("has held the lock for starting a broker"), std::string::npos)
+        << contents("problem.log");
+    EXPECT_TRUE(brokers().empty());
+    close(lock);
+    EXPECT_TRUE(connect());
+}
+
+TEST_F(start, a_program_that_waits_for_the_lock_takes_a_broker_that_comes_meanwhile)
+{
+    int lock = open((directory + "/start.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    ASSERT_EQ(flock(lock, LOCK_EX), 0);
+    int answer[2];
+    ASSERT_EQ(pipe2(answer, O_CLOEXEC), 0);
+    pid_t child = fork();
+    if (child == 0)
+    {
+        char byte = connect() ? 'y' : 'n';
+        leave_child(write(answer[1], &byte, 1) == 1 ? 0 : 1);
+    }
+    pollfd watched = {answer[0], POLLIN, 0};
+    EXPECT_EQ(poll(&watched, 1, 100), 0); // it waits
+    const std::string broker = std::string(CPIC_TEST_BROKER) + " --start --dir " + directory;
+    EXPECT_EQ(system(broker.c_str()), 0);
+    char byte = 0;
+    EXPECT_EQ(read(answer[0], &byte, 1), 1);
+    EXPECT_EQ(byte, 'y');
+    int status;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+    for (int fd : {lock, answer[0], answer[1]})
     {
         close(fd);
     }

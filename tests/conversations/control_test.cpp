@@ -256,3 +256,34 @@ TEST(Control, states_as_the_program_asks_for_them)
     EXPECT_EQ(client("ask cmecs 0").number("value"), receive);
     EXPECT_EQ(server("ask cmecs 0").number("value"), send);
 }
+
+// Small records are gathered; what the partner has to say reaches their sender all the same, long before they would
+// fill a buffer of 32,000 bytes.
+TEST(Control, a_sender_of_small_records_hears_of_a_request_to_send)
+{
+    node home;
+    tp server(home), client(home);
+    converse(client, server);
+    ASSERT_EQ(client("cmtext 0 x").rc, 0); // something is gathered from now on
+    ASSERT_EQ(server("cmrts 0").rc, 0);
+    reply seen;
+    for (int sent = 0; sent < 2000 && seen.number("rts") != 1; ++sent)
+    {
+        ASSERT_EQ(client("cmtext 0 x").rc, 0);
+        seen = client("show 0");
+    }
+    EXPECT_EQ(seen.number("rts"), 1) << seen.line;
+}
+
+TEST(Control, a_sender_of_small_records_hears_of_an_error)
+{
+    node home;
+    tp server(home), client(home);
+    converse(client, server);
+    ASSERT_EQ(client("cmtext 0 x").rc, 0);
+    ASSERT_EQ(server("ask cmserr 0").rc, 0);
+    long rc = 0;
+    for (int sent = 0; sent < 2000 && rc == 0; ++sent)
+        rc = client("cmtext 0 x").rc;
+    EXPECT_EQ(rc, 22);
+}

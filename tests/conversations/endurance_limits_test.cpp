@@ -164,16 +164,36 @@ TEST(Limits, an_accept_without_a_descriptor_left)
     ASSERT_EQ(server("cmsltp ECHOSRV").rc, 0);
     ASSERT_EQ(server("files 64").rc, 0);
     ASSERT_EQ(server("fill").rc, 0);
-    server.send("cmaccp 0");
     ASSERT_EQ(client("cminit 0 ECHO").rc, 0);
     ASSERT_EQ(client("cmallc 0").rc, 0);
-    client.send("cmrcv 0 100");
-    EXPECT_EQ(server.receive().rc, 20);
-    EXPECT_EQ(client.receive().rc, 27);
+    ASSERT_EQ(client("cmtext 0 patience").rc, 0);
+    ASSERT_EQ(client("cmflus 0").rc, 0);
+    EXPECT_EQ(server("cmaccp 0").rc, 20); // the conversation stays with the broker
     ASSERT_EQ(server("free 8").rc, 0);
-    server.send("servers 1");
-    EXPECT_EQ(client("clients 1 5 100 ECHO").rc, 0);
-    EXPECT_EQ(server.receive().rc, 0);
+    EXPECT_EQ(server("cmaccp 0").rc, 0);
+    EXPECT_EQ(server("cmrcv 0 100").text("text"), "patience");
+}
+
+TEST(Limits, accepts_that_wait_find_a_descriptor_when_others_have_taken_the_rest)
+{
+    node home;
+    tp server(home), client(home);
+    ASSERT_EQ(server("cmsltp ECHOSRV").rc, 0);
+    ASSERT_EQ(server("files 64").rc, 0);
+    ASSERT_EQ(server("bg cmaccp 0").rc, 0);
+    ASSERT_EQ(server("bg cmaccp 1").rc, 0);
+    ASSERT_FALSE(server.answers(50));
+    ASSERT_EQ(server("fill").rc, 0);
+    for (const std::string slot : {"0", "1"})
+    {
+        ASSERT_EQ(client("cminit " + slot + " ECHO").rc, 0);
+        ASSERT_EQ(client("cmallc " + slot).rc, 0);
+        ASSERT_EQ(client("cmtext " + slot + " through").rc, 0);
+        ASSERT_EQ(client("cmflus " + slot).rc, 0);
+        EXPECT_EQ(server.background().rc, 0);
+    }
+    EXPECT_EQ(server("cmrcv 0 100").text("text"), "through");
+    EXPECT_EQ(server("cmrcv 1 100").text("text"), "through");
 }
 
 TEST(Limits, a_first_call_without_a_descriptor_left)

@@ -128,6 +128,84 @@ TEST_F(Waiting, BothWriteAtOnce)
 }
 
 // A deallocation loses none of the data before it, however full the socket is.
+// What brings the program nothing may come without end: others get the lock all the same.
+TEST_F(Waiting, BlockedInAFloodLetsOthersGoFirst)
+{
+    for (const bool in_receive : {false, true})
+    {
+        two_programs t(true);
+        ASSERT_EQ(t.a->send("x", 1), 0);
+        t.take_attach();
+        ASSERT_EQ(t.b->receive(10), 0);
+        ASSERT_EQ(t.a->send("later", 3), 0);
+        count.may_block = in_receive;
+        const unsigned before = count.polls + count.blocked;
+        const unsigned rests = count.rests;
+        count.flood = 170;
+        EXPECT_EQ(t.b->receive(10), 0);
+        EXPECT_EQ(t.b->data, "later");
+        EXPECT_EQ(t.b->rts, 1);
+        EXPECT_EQ(count.flood, 0u);
+        EXPECT_GE(count.polls + count.blocked - before, 10u) << in_receive;
+        EXPECT_GE(count.rests - rests, 10u) << in_receive;
+    }
+}
+
+TEST_F(Waiting, PendingInAFloodLetsOthersGoFirst)
+{
+    two_programs t(true);
+    ASSERT_EQ(t.a->send("x", 1), 0);
+    t.take_attach();
+    ASSERT_EQ(t.b->receive(10), 0);
+    ASSERT_EQ(t.a->send("later", 3), 0);
+    count.flood = 170;
+    ASSERT_TRUE(t.b->begin_receive(10));
+    unsigned goes = 0;
+    for (; t.b->done == 0 && goes < 1000; goes++)
+    {
+        ASSERT_EQ(pump(10000), 1u);
+    }
+    EXPECT_GE(goes, 10u);
+    EXPECT_EQ(t.b->data, "later");
+}
+
+TEST_F(Waiting, WritingInAFloodLetsOthersGoFirst)
+{
+    two_programs t(true);
+    ASSERT_EQ(t.a->send("x", 1), 0);
+    t.take_attach();
+    const unsigned rests = count.rests;
+    count.flood = 10000;
+    ASSERT_EQ(t.a->send(std::string(30000, 'y'), 1), 0);
+    EXPECT_EQ(t.a->rts, 1);
+    EXPECT_GT(count.flood, 9900u); // it did not read to the end
+    EXPECT_GT(count.rests, rests);
+    count.flood = 0;
+}
+
+// A program that gathers small records looks again when its last look is some time ago, and not at each of them.
+TEST_F(Waiting, GatheringSendsLookNowAndThen)
+{
+    constexpr std::int64_t while_later = 20000000;
+    two_programs t(true);
+    ASSERT_EQ(t.a->send("x", 1), 0);
+    t.take_attach();
+    ASSERT_EQ(t.b->receive(10), 0);
+    ASSERT_EQ(t.a->send("y"), 0);
+    ASSERT_EQ(t.b->simple(NAP_REQUEST_TO_SEND), 0);
+    const unsigned receives = count.receives;
+    EXPECT_EQ(t.a->send("y"), 0);
+    EXPECT_EQ(t.a->rts, 0);
+    EXPECT_EQ(count.receives, receives);
+    count.now += while_later;
+    EXPECT_EQ(t.a->send("y"), 0);
+    EXPECT_EQ(t.a->rts, 1);
+    ASSERT_EQ(t.b->error(), 0);
+    EXPECT_EQ(t.a->send("y"), 0);
+    count.now += while_later;
+    EXPECT_EQ(t.a->send("y"), word(wire::rc_program_error_purging));
+}
+
 TEST_F(Waiting, DeallocationWaitsForItsData)
 {
     two_programs t(true);

@@ -26,6 +26,9 @@ struct counters
     std::atomic<bool> no_watch;    // runtime_watch() fails
     std::atomic<bool> may_block;   // blocked verbs block in the receive itself
     std::atomic<unsigned> blocked; // such receives
+    std::atomic<unsigned> flood;   // so many reads bring requests to send and nothing else
+    std::atomic<unsigned> rests;   // times that a verb let others go first
+    std::atomic<std::int64_t> now; // the coarse clock
     std::string log;               // data of the last problem record
 };
 extern counters count;
@@ -132,6 +135,7 @@ protected:
         count.most = 0;
         count.no_watch = false;
         count.may_block = false;
+        count.flood = 0;
         count.log.clear();
         ASSERT_EQ(count.memory, 0);
     }
