@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -19,6 +20,10 @@ control_page_file::~control_page_file()
     }
     if (content_ != nullptr)
     {
+        if ((content_->life & wire::life_mask) != 0)
+        {
+            pthread_mutex_unlock(reinterpret_cast<pthread_mutex_t *>(&content_->life));
+        }
         munmap(content_, wire::control_page_size);
     }
     if (reader_ >= 0)
@@ -47,6 +52,7 @@ bool control_page_file::open(const std::string &directory)
         return false;
     }
     content_ = static_cast<wire::control_page *>(mapped);
+    show_life();
     mark_ = directory + "/" + wire::trace_mark;
     // Kernels before 5.1 do not have F_SEAL_FUTURE_WRITE; the read-only descriptor has to do there.
     int size_seals = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL;
@@ -64,6 +70,21 @@ bool control_page_file::open(const std::string &directory)
     }
     close(fd);
     return true;
+}
+
+// Takes the mutex whose word tells programs that the broker lives. Without it they learn of its end by their sockets.
+void control_page_file::show_life()
+{
+    static_assert(sizeof(pthread_mutex_t) <= sizeof content_->life + sizeof content_->rest_of_mutex);
+    pthread_mutexattr_t kind;
+    pthread_mutexattr_init(&kind);
+    auto *mutex = reinterpret_cast<pthread_mutex_t *>(&content_->life);
+    if (pthread_mutexattr_setrobust(&kind, PTHREAD_MUTEX_ROBUST) == 0 &&
+        pthread_mutexattr_setpshared(&kind, PTHREAD_PROCESS_SHARED) == 0 && pthread_mutex_init(mutex, &kind) == 0)
+    {
+        pthread_mutex_lock(mutex);
+    }
+    pthread_mutexattr_destroy(&kind);
 }
 
 void control_page_file::mark_trace() const

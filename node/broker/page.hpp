@@ -25,6 +25,8 @@ public:
     int reader() const { return reader_; } // the descriptor that programs get
 
 private:
+    void show_life();
+
     wire::control_page *content_ = nullptr;
     int reader_ = -1;
     std::string mark_; // path of the mark

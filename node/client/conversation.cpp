@@ -26,7 +26,7 @@ conversation *conversation_make(const conversation_origin &origin)
     memcpy(conv->tp_id, origin.tp_id, sizeof conv->tp_id);
     conv->attach_due = origin.allocating;
     conv->out_frame = no_frame;
-    conv->looked = runtime_now();
+    conv->looked = runtime_ticks();
     return conv;
 }
 

@@ -360,7 +360,7 @@ arrival input_read(conversation *conv, lu62::receiving *receiving)
     conv->block = nullptr;
     const ssize_t got = block != nullptr ? runtime_receive(*block, conv->fd, &message)
                                          : sys_recvmsg(conv->fd, &message, MSG_DONTWAIT);
-    conv->looked = runtime_now();
+    conv->looked = runtime_ticks();
     if (conv->stop != 0)
     {
         return arrival::nothing; // stopped by another thread meanwhile; what came is of no use any more

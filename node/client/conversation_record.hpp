@@ -32,8 +32,9 @@ inline constexpr u32 long_send = 8u * 1024;
 // A program that only sends learns of an error of the partner after this many bytes at the latest.
 inline constexpr u32 look_size = 128u * 1024;
 
-// One that sends little learns of it, and of a request to send, by a send this many nanoseconds after its last look.
-inline constexpr std::int64_t look_interval = 10000000;
+// One that sends little learns of it, and of a request to send, by a send this many ticks after its last look: some ten
+// milliseconds.
+inline constexpr std::uint64_t look_interval = 1u << 25;
 
 // From here on payload goes from the socket straight to the program's memory, and reads beside it stay short, so that
 // little of the next record is copied. Below, a copy costs less than another system call.
@@ -74,7 +75,7 @@ struct conversation
     u8 *out;       // gathered frames, null: none
     u32 out_used;
     u32 unlooked;  // bytes written since the input was looked at
-    std::int64_t looked; // when it was read last, by runtime_now()
+    std::uint64_t looked; // when it was read last, by runtime_ticks()
     u32 out_frame; // offset of the header of the last DATA frame in out; no_frame: none
 
     u8 *carry;     // the rest of a write that an error of the partner has cut short, and answers that did not fit

@@ -75,7 +75,7 @@ bool news_waiting(conversation *conv)
 // The input may bring something else than at the last look.
 bool look_is_due(const conversation *conv)
 {
-    return runtime_now() - conv->looked >= look_interval;
+    return runtime_ticks() - conv->looked >= look_interval;
 }
 
 short write_job(conversation *conv)
@@ -396,10 +396,6 @@ short advance_receive(conversation *conv, bool &complete, int &reads_left)
         lu62::receive_now(conv->engine, conv->receiving);
         complete = true;
     }
-    if (reads_left == most_reads)
-    {
-        runtime_quick_call(); // what had been read before was enough
-    }
     receive_complete(conv);
     return 0;
 }
@@ -455,7 +451,6 @@ bool verb_quick_send(conversation *conv, VERB_RECORD *record)
     {
         conv->counters->sent += verb.length; // the state is what it was
     }
-    runtime_quick_call();
     record->send.rts_received = lu62::take_rts(conv->engine) ? 1 : 0;
     runtime_set_rc(record, wire::rc_ok, 0);
     return true;

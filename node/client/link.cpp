@@ -61,6 +61,12 @@ bool send_now(const void *message, std::size_t size)
     return sys_sendmsg(broker.fd, &header, 0) == static_cast<ssize_t>(size);
 }
 
+void forget_message(waiting_message *message)
+{
+    explicit_bzero(message->bytes, message->size); // it may hold a password
+    sys_free(message);
+}
+
 // Sends what waits, as far as there is room.
 void outbox_send()
 {
@@ -74,7 +80,7 @@ void outbox_send()
         }
         outbox_first = first->next;
         outbox_bytes -= first->size;
-        sys_free(first);
+        forget_message(first);
     }
     outbox_end = &outbox_first;
     watch_broker(EPOLL_CTL_MOD, false);
@@ -86,7 +92,7 @@ void outbox_forget()
     {
         waiting_message *first = outbox_first;
         outbox_first = first->next;
-        sys_free(first);
+        forget_message(first);
     }
     outbox_end = &outbox_first;
     outbox_bytes = 0;
@@ -321,6 +327,10 @@ bool link_open()
             watch_broker(EPOLL_CTL_ADD, false);
             // The page is writable for the broker alone; the library only ever reads through the pointer.
             ptrc = const_cast<unsigned char *>(broker.page->trace_control);
+            if ((broker.page->life & wire::life_mask) != 0)
+            {
+                runtime.broker_life = &broker.page->life;
+            }
             return true;
         }
         sys_close(socket);
@@ -354,6 +364,7 @@ void link_trace_before_open()
 void link_close()
 {
     ptrc = nothing_on;
+    runtime.broker_life = &always_alive;
     if (broker.page != nullptr)
     {
         sys_unmap_page(const_cast<wire::control_page *>(broker.page), wire::control_page_size);
@@ -444,12 +455,6 @@ bool link_record(wire::node_file_kind file, const char *record, std::size_t size
         size -= piece;
     }
     return true;
-}
-
-bool link_ended_by_broker()
-{
-    pollfd watched = {broker.fd, 0, 0};
-    return sys_poll(&watched, 1, 0) > 0;
 }
 
 void link_ready()

@@ -72,9 +72,6 @@ void link_ended(u32 session);
 // broker that does not take it that the record is lost.
 bool link_record(wire::node_file_kind file, const char *record, std::size_t size);
 
-// True when the broker has closed its end, whatever it may have sent before.
-bool link_ended_by_broker();
-
 // The broker's socket is ready: reads one message and hands it on, or finds the path lost.
 void link_ready();
 

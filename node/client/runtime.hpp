@@ -48,11 +48,9 @@ void runtime_kick(runtime_waiter &waiter);
 // begins with a rest if others want the lock, which else it might take again before any of them is awake.
 void runtime_rest();
 
-// Nanoseconds of a coarse clock, read as a call begins and whenever it has waited; not for each of many quick calls.
-std::int64_t runtime_now();
-
-// This call costs so little that reading the clock for the next of its kind would be felt.
-void runtime_quick_call();
+// A count that goes up all the time, some 10^9 a second or a few times that: how long ago something was, roughly, and for
+// next to nothing.
+std::uint64_t runtime_ticks();
 
 // ---- blocking in a receive ----------------------------------------------------------------------------------------
 

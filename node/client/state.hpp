@@ -28,8 +28,7 @@ struct runtime_state
     bool path_due;            // the path is lost and the library has not been told yet
     bool rest_due;            // see runtime_rest()
     u32 wanted;               // threads that wait for the lock; atomic
-    std::int64_t now;         // see runtime_now()
-    bool quick;               // the last call was one of those that runtime_quick_call() tells of
+    const u32 *broker_life;   // word of the broker's control page, or one that always says it lives; never null
     path_user users[max_path_users];
 
     int epoll;                // the broker's socket and every watched descriptor; -1: no path
@@ -44,6 +43,7 @@ struct runtime_state
 };
 
 extern runtime_state runtime;
+extern const u32 always_alive; // for broker_life
 
 // The lock without the counting of calls, for giving it up in the middle of a call.
 void lock_take();

@@ -77,13 +77,6 @@ std::int64_t sys_monotonic()
     return static_cast<std::int64_t>(now.tv_sec) * 1000000000 + now.tv_nsec;
 }
 
-std::int64_t sys_monotonic_coarse()
-{
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-    return static_cast<std::int64_t>(now.tv_sec) * 1000000000 + now.tv_nsec;
-}
-
 wall_time sys_wall_clock()
 {
     timespec now;

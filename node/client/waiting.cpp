@@ -15,7 +15,9 @@
 
 namespace client {
 
-runtime_state runtime = {PTHREAD_MUTEX_INITIALIZER, PTHREAD_COND_INITIALIZER, 0, false, false, 0, 0, false, {}, -1, 0,
+const u32 always_alive = 1;
+
+runtime_state runtime = {PTHREAD_MUTEX_INITIALIZER, PTHREAD_COND_INITIALIZER, 0, false, false, 0, &always_alive, {}, -1, 0,
                          0, nullptr, {}, {}, {}, nullptr};
 
 // What vpm_lock() seldom does stands in functions of its own, here and below: every call pays for the rest of it.
@@ -44,14 +46,9 @@ void runtime_rest()
     runtime.rest_due = true;
 }
 
-std::int64_t runtime_now()
+std::uint64_t runtime_ticks()
 {
-    return runtime.now;
-}
-
-void runtime_quick_call()
-{
-    runtime.quick = true;
+    return sys_ticks();
 }
 
 namespace {
@@ -67,12 +64,6 @@ void give_to_wait()
     {
         sys_sleep_ms(rest_ms);
     }
-}
-
-void take_after_wait()
-{
-    lock_take();
-    runtime.now = sys_monotonic_coarse();
 }
 
 } // namespace
@@ -178,26 +169,21 @@ void delist(runtime_waiter &waiter)
 }
 
 // A thread that finds input of its own goes on at once. Where all threads always do, the end of the broker would stay
-// unnoticed: so often, in nanoseconds, one of them looks at what else is due. Where no thread waits at all, a call that
-// begins looks for the end of the broker alone.
+// unnoticed: so often, in nanoseconds, one of them looks at what else is due.
 constexpr std::int64_t look_at_least = 100000000;
-std::int64_t last_look;        // at all that was due
-std::int64_t last_broker_look;
+std::int64_t last_look;
 
 bool look_is_due()
 {
-    return runtime.now - last_look >= look_at_least;
+    return sys_monotonic() - last_look >= look_at_least;
 }
 
-// As a call begins that is the first for a while. The broker may be gone for long, and the call is to find a new one. A
-// routine of a verb that ends with the path may wait, so this counts as a call of its own.
-void look_at_broker()
+// A call begins and the broker has gone. A program without conversations is to find a new one by this very call: true. One
+// with conversations will most likely use them, and is to see them fail; were it told of the loss first, they would be
+// unknown. A routine of a verb that ends with the path may wait, so this counts as a call of its own.
+[[gnu::noinline]] bool lose_path()
 {
-    last_broker_look = runtime.now;
-    if (broker.fd < 0 || !link_ended_by_broker())
-    {
-        return;
-    }
+    const bool none_open = runtime.conversations.used == 0;
     runtime.calls++;
     path_lost();
     runtime.calls--;
@@ -205,34 +191,7 @@ void look_at_broker()
     {
         pthread_cond_broadcast(&runtime.idle);
     }
-}
-
-// Reading the clock costs a fifth of a send that only joins a buffer. While a program makes such calls in close
-// succession, from one and the same place, up to `most` of them begin without it: none after a pause, then more and more.
-// A call of another kind, which may need the broker, always begins with the clock.
-struct quick_row
-{
-    const void *place; // where the last call that has read the clock came from
-    u32 most;
-    u32 left;
-};
-quick_row row;
-constexpr u32 longest_row = 15;
-constexpr std::int64_t pause_in_row = 10000000; // nanoseconds
-
-[[gnu::noinline]] void begin_with_clock(const void *place)
-{
-    const std::int64_t before = runtime.now;
-    runtime.now = sys_monotonic_coarse();
-    const bool goes_on = runtime.quick && place == row.place && runtime.now - before < pause_in_row;
-    row.most = !goes_on ? 0 : row.most < longest_row ? 2 * row.most + 1 : longest_row;
-    row.left = row.most;
-    row.place = place;
-    runtime.quick = false;
-    if (runtime.now - last_broker_look >= look_at_least)
-    {
-        look_at_broker();
-    }
+    return none_open;
 }
 
 // The callback frees the library's records: it must not run under a call that still uses them. All those calls have been
@@ -270,7 +229,7 @@ short runtime_wait(runtime_waiter &waiter, int fd, short events, int timeout_ms)
     waiter.waiting = true;
     give_to_wait();
     int ready = sys_poll(watched, 3, timeout_ms);
-    take_after_wait();
+    lock_take();
     waiter.waiting = false;
     // With its own descriptor ready the thread goes on at once; what else is due can wait for the next who waits.
     if (ready > 0 && watched[1].revents != 0 && (watched[0].revents == 0 || look_is_due()))
@@ -338,7 +297,7 @@ ssize_t runtime_receive(runtime_waiter &waiter, int fd, msghdr *message)
     give_to_wait();
     const ssize_t got = sys_receive(fd, message);
     const int error = errno;
-    take_after_wait();
+    lock_take();
     delist(waiter);
     waiter.receiving = false;
     waiter.kicked = false;
@@ -447,7 +406,7 @@ void pump()
     // out of the set may lie about meanwhile. The bound keeps one waiting thread from working for all others for ever;
     // a partner that sends and sends ends the round even sooner.
     runtime.pumping++;
-    last_look = runtime.now;
+    last_look = sys_monotonic();
     runtime.rest_due = false;
     for (int round = 0; round < 256 && runtime.epoll >= 0 && !runtime.rest_due; round++)
     {
@@ -516,17 +475,12 @@ using namespace client;
 CPICNODE_EXPORT u16 vpm_lock(void)
 {
     lock_take();
-    const void *place = __builtin_return_address(0); // each call of the library has one of its own
-    if (__builtin_expect(runtime.quick && row.left != 0 && place == row.place, 1))
+    bool tell = true;
+    if (__builtin_expect((__atomic_load_n(runtime.broker_life, __ATOMIC_RELAXED) & wire::life_mask) == 0, 0))
     {
-        row.left--;
-        runtime.quick = false;
+        tell = lose_path();
     }
-    else
-    {
-        begin_with_clock(place);
-    }
-    if (__builtin_expect(runtime.path_due, 0))
+    if (__builtin_expect(runtime.path_due, 0) && tell)
     {
         deliver_path();
     }

@@ -11,7 +11,8 @@ static_assert(sizeof(hello) == 84 && sizeof(welcome) == 40 && sizeof(find_lu) ==
 static_assert(sizeof(name_change) == 76 && sizeof(done) == 20 && sizeof(allocate) == 152 && sizeof(allocated) == 44);
 static_assert(sizeof(accept) == 20 && sizeof(accepted) == 136 && sizeof(cancel) == 16 && sizeof(ended) == 16);
 static_assert(sizeof(query_side_info) == 20 && sizeof(side_info) == 232 && sizeof(control) == 20);
-static_assert(sizeof(control_reply) == 28 && sizeof(record) == 28 && sizeof(control_page) == 32);
+static_assert(sizeof(control_reply) == 28 && sizeof(record) == 28 && sizeof(control_page) == 128);
+static_assert(offsetof(control_page, life) == 64);
 static_assert(sizeof(conversation_counters) == 32 && sizeof(counter_table) == 32 * (counter_slots + 1));
 static_assert(offsetof(conversation_counters, sent) == 8 && offsetof(conversation_counters, received) == 16);
 

@@ -172,7 +172,13 @@ struct control_page
     std::uint32_t problem_log_limit;  // bytes; 0: no limit
     std::uint32_t audit_log_limit;    // bytes; 0: no limit
     std::uint32_t trace_file_limit;   // bytes; 0: no limit
+    std::uint32_t zero[8];
+    // The first word of a robust mutex that the broker holds for as long as it lives. When it ends, in whatever way, the
+    // kernel takes its number out of the word: whoever reads it knows, for nothing, whether there still is a broker.
+    std::uint32_t life; // life_mask bits: 0: the broker has gone
+    std::uint32_t rest_of_mutex[15];
 };
+inline constexpr std::uint32_t life_mask = 0x3FFFFFFF; // of a futex word, its owner
 
 struct find_lu
 {

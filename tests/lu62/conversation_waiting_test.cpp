@@ -186,7 +186,7 @@ TEST_F(Waiting, WritingInAFloodLetsOthersGoFirst)
 // A program that gathers small records looks again when its last look is some time ago, and not at each of them.
 TEST_F(Waiting, GatheringSendsLookNowAndThen)
 {
-    constexpr std::int64_t while_later = 20000000;
+    constexpr std::uint64_t while_later = 1u << 26;
     two_programs t(true);
     ASSERT_EQ(t.a->send("x", 1), 0);
     t.take_attach();
@@ -197,12 +197,12 @@ TEST_F(Waiting, GatheringSendsLookNowAndThen)
     EXPECT_EQ(t.a->send("y"), 0);
     EXPECT_EQ(t.a->rts, 0);
     EXPECT_EQ(count.receives, receives);
-    count.now += while_later;
+    count.ticks += while_later;
     EXPECT_EQ(t.a->send("y"), 0);
     EXPECT_EQ(t.a->rts, 1);
     ASSERT_EQ(t.b->error(), 0);
     EXPECT_EQ(t.a->send("y"), 0);
-    count.now += while_later;
+    count.ticks += while_later;
     EXPECT_EQ(t.a->send("y"), word(wire::rc_program_error_purging));
 }
 

@@ -382,13 +382,9 @@ void runtime_rest()
     count.rests++;
 }
 
-std::int64_t runtime_now()
+std::uint64_t runtime_ticks()
 {
-    return count.now;
-}
-
-void runtime_quick_call()
-{
+    return count.ticks;
 }
 
 bool runtime_may_block()

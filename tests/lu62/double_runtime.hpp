@@ -28,7 +28,7 @@ struct counters
     std::atomic<unsigned> blocked; // such receives
     std::atomic<unsigned> flood;   // so many reads bring requests to send and nothing else
     std::atomic<unsigned> rests;   // times that a verb let others go first
-    std::atomic<std::int64_t> now; // the coarse clock
+    std::atomic<std::uint64_t> ticks;
     std::string log;               // data of the last problem record
 };
 extern counters count;
