@@ -68,7 +68,8 @@ broker_link::outcome broker_link::connect(const std::string &directory, std::str
     socklen_t size = sizeof who;
     if (getsockopt(fd_, SOL_SOCKET, SO_PEERCRED, &who, &size) != 0 || (!wire::user_trusted(who.uid) && geteuid() != 0))
     {
-        trouble = "the node in " + directory + " belongs to another user; if you trust that user, name it in CPIC_NODE_USER";
+        trouble = "the node in " + directory +
+                  " belongs to another user; if you trust that user, name it in CPIC_NODE_USER";
         return outcome::failed;
     }
     wire::hello hello{};

@@ -199,8 +199,8 @@ int start(const setting &where, const std::string &config_file, double idle_seco
                                " but does not answer: " + (trouble.empty() ? "it has gone" : trouble) + "; see " +
                                where.directory + "/broker.log");
     }
-    std::string text = (already ? "a node is already running in " : "a node runs in ") + where.directory + " (process " +
-                       std::to_string(link.broker_pid()) + ")";
+    std::string text = (already ? "a node is already running in " : "a node runs in ") + where.directory +
+                       " (process " + std::to_string(link.broker_pid()) + ")";
     if (already && (!config_file.empty() || idle_seconds >= 0))
     {
         text += "\nit keeps its configuration; stop it first to give it another";

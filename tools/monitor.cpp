@@ -154,6 +154,12 @@ private:
     std::map<std::uint64_t, json> known_;
 };
 
+// The node has answered that it does not answer that now.
+bool is_refusal(const json &document)
+{
+    return document.is_object() && document.contains("error");
+}
+
 } // namespace
 
 int monitor(const setting &where, double seconds)
@@ -167,7 +173,7 @@ int monitor(const setting &where, double seconds)
     auto ask = [&](const char *command) {
         std::optional<answer> reply = link.ask(command, true, trouble);
         json document = reply ? json::parse(reply->text, nullptr, false) : json();
-        if (reply && (!reply->good || document.is_discarded()))
+        if (reply && document.is_discarded())
         {
             trouble = "the node's answer cannot be read";
             document = json();
@@ -179,22 +185,25 @@ int monitor(const setting &where, double seconds)
     watch conversations(where.json);
     auto look = [&] {
         json rows = ask("show conversations");
-        if (rows.is_array())
+        if (is_refusal(rows))
+        {
+            return true; // the next look may be answered
+        }
+        const bool good = rows.is_array();
+        if (good)
         {
             conversations.look(std::move(rows));
-            return true;
         }
-        return false;
+        return good;
     };
     auto count = [&] {
         json numbers = ask("status");
-        if (numbers.is_object())
+        if (numbers.is_object() && !is_refusal(numbers))
         {
             conversations.tell_decided(numbers.value("accepted_since_start", std::int64_t(0)) +
                                        numbers.value("refused_since_start", std::int64_t(0)));
-            return true;
         }
-        return false;
+        return numbers.is_object();
     };
     for (bool good = look() && count(); good; good = count() && look())
     {

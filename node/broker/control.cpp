@@ -505,14 +505,17 @@ std::string findings_json(const std::string &file, const config_findings &findin
     return document_text(document);
 }
 
+control_answer refused_command(const std::string &text, bool as_json)
+{
+    return {false, as_json ? document_text(row{{"error", text}}) : text + "\n"};
+}
+
 control_answer answer_command(desk &node, const std::string &command, bool as_json, bool may_change)
 {
     auto facts = [&](const row &found) {
         return control_answer{true, as_json ? document_text(found) : facts_text(found)};
     };
-    auto wrong = [&](const std::string &text) {
-        return control_answer{false, as_json ? document_text(row{{"error", text}}) : text + "\n"};
-    };
+    auto wrong = [&](const std::string &text) { return refused_command(text, as_json); };
     if (command == "status")
     {
         return facts(status(node));

@@ -35,6 +35,9 @@ struct control_answer
 // nor root only gets to look.
 control_answer answer_command(desk &node, const std::string &command, bool json, bool may_change);
 
+// The answer that says why there is none.
+control_answer refused_command(const std::string &text, bool json);
+
 // What has been found in a configuration file, as a JSON document.
 std::string findings_json(const std::string &file, const config_findings &findings);
 

@@ -1,5 +1,6 @@
-// counters.hpp - what programs count of their conversations, read by the broker. A table belongs to the program that has
-// sent it, so nothing in it is believed: it can neither harm the broker nor speak of conversations of others. One thread.
+// counters.hpp - what programs count of their conversations, read by the broker. A table belongs to the program that
+// has sent it, so nothing in it is believed: it can neither harm the broker nor speak of conversations of others. One
+// thread.
 #pragma once
 
 #include "broker/exchange.hpp"

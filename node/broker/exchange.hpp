@@ -53,6 +53,14 @@ enum class attach_seen
     broken,  // the end of the socket, or anything else
 };
 
+struct peer
+{
+    std::uint32_t uid;
+    std::int32_t pid;
+    std::string user;   // name of the uid
+    bool owner = false; // the node's own user, or root
+};
+
 // What the exchange asks for. None of it calls back into the exchange before it returns.
 struct outside
 {
@@ -69,12 +77,14 @@ struct outside
     virtual void drop_session(session_id session) = 0;
     // Closes a connection that has broken the rules; disconnected() follows later.
     virtual void close_connection(connection_id connection, const char *reason) = 0;
-    // Checks a password against a hash of crypt(3), of processes in turn; verified() follows later.
-    virtual void verify(session_id session, std::int32_t process, const std::string &hash, secret password) = 0;
-    // Starts a program for an attach; program_ended() follows, never at once, when it has ended or could not be started.
+    // Checks a password against a hash of crypt(3), of users and processes in turn; verified() follows later.
+    virtual void verify(session_id session, const peer &who, const std::string &hash, secret password) = 0;
+    // Starts a program for an attach; program_ended() follows, never at once, when it has ended or could not be
+    // started.
     virtual void start_program(const program_entry &program, const std::string &local_alias) = 0;
-    // Appends to a file of the node, for a program that may not write it; more: the next one goes on with the record.
-    virtual void record(connection_id from, wire::node_file_kind file, bool more, std::string_view text) = 0;
+    // Appends to a file of the node, for a program that may not write it. A record may come in parts.
+    virtual void record(connection_id from, wire::node_file_kind file, bool begins, bool more,
+                        std::string_view text) = 0;
     // A command of the operator; answered by the server.
     virtual void control(connection_id from, std::uint32_t correlation, bool json, const std::string &command) = 0;
 };
@@ -86,14 +96,6 @@ enum class program_end
     failed,       // it ended with an exit code other than 0, or by a signal
     not_now,      // the system was too short of something to start it
     cannot_start, // what the configuration names cannot be run at all
-};
-
-struct peer
-{
-    std::uint32_t uid;
-    std::int32_t pid;
-    std::string user;   // name of the uid
-    bool owner = false; // the node's own user, or root
 };
 
 // What one process, or one user, has of the node.
@@ -208,6 +210,7 @@ public:
     void disconnected(connection_id id, milliseconds now);
     void attach(session_id id, attach_seen what, milliseconds now);
     void verified(session_id id, bool good, milliseconds now);
+    void abandon(session_id id, milliseconds now); // something for it has failed; without an acceptor yet, it ends
     void program_ended(const std::string &tp_name, program_end how, milliseconds now);
     void tick(milliseconds now); // acts on every deadline that has come
 
@@ -221,7 +224,8 @@ public:
     const std::unordered_map<std::string, std::set<connection_id>> &names() const { return names_; }
     const std::map<route, std::uint32_t> &routes() const { return in_use_; } // as sessions_of() has them
     std::uint32_t running(const std::string &tp_name) const; // processes started for a configured program
-    std::size_t processes_counted() const { return usage_of_process_.size(); } // that have anything of the node
+    const std::map<std::int32_t, usage> &usage_by_process() const { return usage_of_process_; }
+    const std::map<std::uint32_t, usage> &usage_by_user() const { return usage_of_user_; }
     std::uint64_t accepted_total() const { return accepted_total_; }
     std::uint64_t refused_total() const { return refused_total_; }
 
@@ -290,6 +294,7 @@ private:
     usage usage_of_user(const peer &who) const;
     void count(const peer &who, std::uint32_t usage::*what, std::int64_t change);
     bool conversation_quota_left(const peer &who) const;
+    bool attach_quota_left(const peer &who) const;
 
     outside &world_;
     config config_;
@@ -306,6 +311,7 @@ private:
     std::unordered_map<std::string, attach_queue> queues_; // by TP name; none is empty
     std::unordered_map<std::string, std::set<connection_id>> names_;     // who will accept what
     std::unordered_set<std::string> names_ever_;                         // since the broker started
+    std::unordered_map<std::uint32_t, std::uint32_t> names_ever_of_user_; // who brought how many of them
     std::unordered_map<std::string, std::uint32_t> running_;             // started processes by TP name
     std::unordered_set<std::string> started_and_accepted_;               // TP names whose process has accepted
     std::map<std::int32_t, usage> usage_of_process_; // those that have anything

@@ -71,9 +71,9 @@ outcome already_running(const std::string &directory)
 }
 
 // The lock that makes this the only broker of its directory, held until the process ends. -1: text says why not.
-// own_socket: the broker makes its socket itself. Then one that answers already means a node, and it is looked at before
-// the lock is taken: it may belong to a service manager, which begins to start its broker at that moment. A broker whose
-// socket was handed over learns nothing by it, since its own socket answers.
+// own_socket: the broker makes its socket itself. Then one that answers already means a node, and it is looked at
+// before the lock is taken: it may belong to a service manager, which begins to start its broker at that moment. A
+// broker whose socket was handed over learns nothing by it, since its own socket answers.
 int take_lock(const std::string &directory, bool own_socket, outcome &result)
 {
     std::string path = directory + "/broker.lock";

@@ -14,6 +14,7 @@ namespace {
 constexpr std::size_t max_names_of_program = 4096; // TP names that one program may have
 constexpr std::size_t max_names_of_user = 100'000; // of all its programs
 constexpr std::size_t max_names_ever = 100'000;    // names remembered after their program has gone
+constexpr std::uint32_t max_names_ever_of_user = 20'000;
 // Names that the waiting accepts of one process, or of all of a user, list in all.
 constexpr std::size_t max_awaited_of_process = 100'000;
 constexpr std::size_t max_awaited_of_user = 400'000;
@@ -103,7 +104,7 @@ void exchange::message(connection_id id, std::span<const std::byte> bytes, milli
             world_.close_connection(id, "it has sent a record for a file that is none");
             return;
         }
-        world_.record(id, static_cast<wire::node_file_kind>(part.file), part.more == 1,
+        world_.record(id, static_cast<wire::node_file_kind>(part.file), part.begins == 1, part.more == 1,
                       std::string_view(reinterpret_cast<const char *>(bytes.data()) + sizeof part, part.text_length));
         break;
     }
@@ -197,9 +198,10 @@ void exchange::on_add_name(connection &from, const wire::name_change &message)
         from.names.insert(name);
         count(from.who, &usage::names, 1);
         names_[name].insert(from.id);
-        if (names_ever_.size() < max_names_ever)
+        std::uint32_t &brought = names_ever_of_user_[from.who.uid];
+        if (names_ever_.size() < max_names_ever && brought < max_names_ever_of_user && names_ever_.insert(name).second)
         {
-            names_ever_.insert(name);
+            ++brought;
         }
     }
     reply_done(from.id, message.head.correlation, wire::rc_ok);
@@ -292,8 +294,7 @@ void exchange::on_allocate(connection &from, const wire::allocate &message, mill
         return refuse_with(wire::rc_bad_mode);
     }
     route way{local->alias, partner->alias, mode};
-    if (usage_of_process(from.who).held >= config_.attaches_per_process ||
-        usage_of_user(from.who).held >= config_.attaches_per_user || !conversation_quota_left(from.who))
+    if (!attach_quota_left(from.who) || !conversation_quota_left(from.who))
     {
         answer_allocation(from.id, message.head.correlation, wire::rc_allocation_error,
                           wire::rc_allocation_failure_retry);

@@ -57,7 +57,8 @@ void password_checker::tell(verdict one)
     [[maybe_unused]] ssize_t written = write(event_, &count, sizeof count);
 }
 
-void password_checker::check(std::uint32_t session, std::int32_t process, const std::string &hash, secret password)
+void password_checker::check(std::uint32_t session, std::uint32_t user, std::int32_t process, const std::string &hash,
+                             secret password)
 {
     std::lock_guard guard(lock_);
     if (!worker_.joinable())
@@ -72,7 +73,7 @@ void password_checker::check(std::uint32_t session, std::int32_t process, const 
             return;
         }
     }
-    jobs_[process].push_back({session, hash, std::move(password)});
+    users_[user].jobs[process].push_back({session, hash, std::move(password)});
     wake_.notify_one();
 }
 
@@ -88,24 +89,39 @@ std::vector<password_checker::verdict> password_checker::take()
     return taken;
 }
 
-// Takes the oldest job of the process that comes after the one served last. False: there is none.
+namespace {
+
+// The entry whose turn comes after that of a key: the next one, and after the last the first.
+template <class Map, class Key>
+auto next_turn(Map &all, const Key &last)
+{
+    auto next = all.upper_bound(last);
+    return next == all.end() ? all.begin() : next;
+}
+
+} // namespace
+
+// Takes the oldest job of the process whose turn it is, of the user whose turn it is. False: there is none.
 bool password_checker::next_job(job &next)
 {
-    auto turn = jobs_.upper_bound(last_process_);
-    if (turn == jobs_.end())
-    {
-        turn = jobs_.begin();
-    }
-    if (turn == jobs_.end())
+    if (users_.empty())
     {
         return false;
     }
-    last_process_ = turn->first;
-    next = std::move(turn->second.front());
-    turn->second.pop_front();
-    if (turn->second.empty())
+    auto user = next_turn(users_, last_user_);
+    turns &own = user->second;
+    auto process = next_turn(own.jobs, own.last_process);
+    last_user_ = user->first;
+    own.last_process = process->first;
+    next = std::move(process->second.front());
+    process->second.pop_front();
+    if (process->second.empty())
     {
-        jobs_.erase(turn);
+        own.jobs.erase(process);
+    }
+    if (own.jobs.empty())
+    {
+        users_.erase(user);
     }
     return true;
 }

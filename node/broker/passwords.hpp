@@ -1,6 +1,7 @@
 // passwords.hpp - checks passwords against hashes of crypt(3) in a thread of its own, because a good hash takes its
 // time and the broker must not wait. The thread starts with the first check; where it cannot, checks are made on the
-// spot. Processes take turns, so that one that tries many passwords makes the others wait for one check of its own only.
+// spot. Users take turns, and so do the processes of each: whoever tries many passwords makes others wait for one check
+// of its own only.
 #pragma once
 
 #include "broker/secret.hpp"
@@ -32,7 +33,8 @@ public:
 
     bool open();                            // false: no descriptor
     int descriptor() const { return event_; } // readable when verdicts are there
-    void check(std::uint32_t session, std::int32_t process, const std::string &hash, secret password);
+    void check(std::uint32_t session, std::uint32_t user, std::int32_t process, const std::string &hash,
+               secret password);
     std::vector<verdict> take();
 
 private:
@@ -50,8 +52,13 @@ private:
     std::thread worker_;
     std::mutex lock_; // of what follows
     std::condition_variable wake_;
-    std::map<std::int32_t, std::deque<job>> jobs_; // by process; none is empty
-    std::int32_t last_process_ = 0;                // whose turn it was
+    struct turns
+    {
+        std::map<std::int32_t, std::deque<job>> jobs; // by process; none is empty
+        std::int32_t last_process = 0;                // whose turn it was
+    };
+    std::map<std::uint32_t, turns> users_; // those with jobs
+    std::uint32_t last_user_ = 0;
     std::vector<verdict> verdicts_;
     bool ending_ = false;
 };

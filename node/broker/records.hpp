@@ -18,8 +18,8 @@ public:
     record_files &operator=(const record_files &) = delete;
 
     // Appends a whole record; limit: bytes of the file, 0: none. What a program sends is not believed: characters that
-    // are not printable become periods, and the record ends with a new line. What cannot be written is lost, as it is in
-    // the programs that write themselves; the first time it is said in the broker's log.
+    // are not printable become periods, and the record ends with a new line. What cannot be written is lost, as it is
+    // in the programs that write themselves; the first time it is said in the broker's log.
     void append(wire::node_file_kind kind, std::string_view text, std::uint32_t limit);
 
 private:

@@ -11,6 +11,7 @@
 #include <exception>
 #include <fcntl.h>
 #include <sys/epoll.h>
+#include <sys/resource.h>
 #include <sys/signalfd.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -112,6 +113,16 @@ bool server::open(std::string &trouble)
                   "); look at its limits for open files and memory";
         return false;
     }
+    // Each session that no program has accepted yet takes a descriptor, or two; each connection takes one.
+    const config &settings = exchange_.settings();
+    rlimit files;
+    if (getrlimit(RLIMIT_NOFILE, &files) == 0 &&
+        files.rlim_cur < settings.connections_per_user + settings.attaches_per_user)
+    {
+        log_line("warning: the limit of open files, " + std::to_string(files.rlim_cur) +
+                 ", is lower than what one user may have of connections and attaches together; raise it, or lower "
+                 "connections_per_user and attaches_per_user in the configuration");
+    }
     settings_into_page();
     wire::control_page &shared = *page_.content();
     shared.config_generation = 1;
@@ -196,15 +207,11 @@ void server::end_of(watched what, std::uint32_t number, const char *trouble)
         log_limited("trouble", std::string("cannot do something that it should (") + trouble + ")");
         if (what == watched::session)
         {
-            exchange_.attach(number, attach_seen::broken, now());
+            exchange_.abandon(number, now());
         }
     }
-    catch (const std::exception &)
+    catch (const std::exception &) // nothing is left to be done
     {
-        if (what == watched::session)
-        {
-            drop_session(number);
-        }
     }
 }
 

@@ -31,8 +31,8 @@ struct server_options
     int listener = -1;        // handed over by a service manager; -1: make the socket
 };
 
-// Sets the limits of the broker itself: as many descriptors as there may be, and no core file, which would hold passwords.
-// The programs that it starts get the limits back that it was started with.
+// Sets the limits of the broker itself: as many descriptors as there may be, and no core file, which would hold
+// passwords. The programs that it starts get the limits back that it was started with.
 void set_own_limits();
 
 class server : private outside, private desk
@@ -129,9 +129,9 @@ private:
     void refuse(session_id session, std::uint32_t sense) override;
     void drop_session(session_id session) override;
     void close_connection(connection_id connection, const char *reason) override;
-    void verify(session_id session, std::int32_t process, const std::string &hash, secret password) override;
+    void verify(session_id session, const peer &who, const std::string &hash, secret password) override;
     void start_program(const program_entry &program, const std::string &local_alias) override;
-    void record(connection_id from, wire::node_file_kind file, bool more, std::string_view text) override;
+    void record(connection_id from, wire::node_file_kind file, bool begins, bool more, std::string_view text) override;
     void control(connection_id from, std::uint32_t correlation, bool json, const std::string &command) override;
 
     // desk
@@ -186,7 +186,7 @@ private:
     void retry_later(connection_id id);
     bool next_piece(connection_id id, link &connection);
     void forget_answer(connection_id id, link &connection);
-    bool room_for_answer();
+    bool room_for_answer(connection_id to);
     void end_answers(milliseconds pause);
     std::optional<milliseconds> links_deadline() const;
     void tick_links();

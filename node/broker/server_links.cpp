@@ -16,7 +16,8 @@ namespace {
 constexpr std::size_t max_queued_bytes = 4u << 20; // for one connection that does not read
 constexpr std::size_t max_record = 512u << 10;     // that comes in parts; the longest of the trace is shorter
 constexpr std::size_t max_answer = 64u << 20;      // of an operator's command
-constexpr std::size_t max_answers = 16u << 20;     // of all connections, before the next long one is made
+constexpr std::size_t max_answers_of_user = 16u << 20; // to the connections of a user, before the next long one is made
+constexpr std::size_t max_answers = 64u << 20;     // the same of all users
 constexpr milliseconds answer_pause = 5'000;       // without reading on, before the connection is closed
 constexpr milliseconds answer_time = 30'000;       // for all of an answer
 constexpr milliseconds answer_stale = 1'000;       // without reading on, before it gives way to others
@@ -300,7 +301,7 @@ void server::send_or_throw(connection_id to, std::span<const std::byte> message,
     }
 }
 
-void server::record(connection_id from, wire::node_file_kind file, bool more, std::string_view text)
+void server::record(connection_id from, wire::node_file_kind file, bool begins, bool more, std::string_view text)
 {
     auto found = links_.find(from);
     if (found == links_.end() || found->second.closing)
@@ -308,6 +309,14 @@ void server::record(connection_id from, wire::node_file_kind file, bool more, st
         return;
     }
     std::string &whole = found->second.record;
+    if (begins)
+    {
+        whole.clear();
+    }
+    else if (whole.empty())
+    {
+        return; // the rest of one whose beginning was lost
+    }
     if (whole.size() + text.size() > max_record)
     {
         close_connection(from, "it has sent a record longer than any");
@@ -339,9 +348,10 @@ void server::control(connection_id from, std::uint32_t correlation, bool json, c
         return;
     }
     control_answer answer;
-    if (command.starts_with("show ") && !room_for_answer())
+    if (command.starts_with("show ") && !room_for_answer(from))
     {
-        answer = {false, "the node has too many answers on their way to others; ask again in some seconds\n"};
+        answer = refused_command("too many answers are on their way to programs of this user; ask again in some seconds",
+                                 json);
     }
     else
     {
@@ -349,7 +359,7 @@ void server::control(connection_id from, std::uint32_t correlation, bool json, c
     }
     if (answer.text.size() > max_answer)
     {
-        answer = {false, "the answer is too long to be sent\n"};
+        answer = refused_command("the answer is too long to be sent", json);
     }
     answer_bytes_ += answer.text.size();
     connection.answer.emplace(std::move(answer), correlation, now());
@@ -401,14 +411,24 @@ void server::forget_answer(connection_id id, link &connection)
     }
 }
 
-// True: a long answer may be made. Those who do not read theirs make room for it.
-bool server::room_for_answer()
+// True when the answers on their way to the user of a connection, and to all users, leave room for another.
+bool server::room_for_answer(connection_id to)
 {
-    if (answer_bytes_ >= max_answers)
+    const std::uint32_t uid = exchange_.connections().at(to).who.uid;
+    auto room = [&] {
+        std::size_t bytes = 0;
+        for (connection_id id : answering_)
+        {
+            bytes += exchange_.connections().at(id).who.uid == uid ? links_.at(id).answer->whole.text.size() : 0;
+        }
+        return bytes < max_answers_of_user && answer_bytes_ < max_answers;
+    };
+    if (room())
     {
-        end_answers(answer_stale);
+        return true;
     }
-    return answer_bytes_ < max_answers;
+    end_answers(answer_stale);
+    return room();
 }
 
 // Closes the connections that have not read on in their answer for so long.

@@ -88,8 +88,9 @@ start_trouble account_of(const std::string &user, account &as)
     int error = getpwnam_r(user.c_str(), &entry, room, sizeof room, &found);
     if (found == nullptr)
     {
-        return error != 0 && trouble_of(error).how == program_end::not_now ? trouble_of(error)
-                                                                           : start_trouble{"user " + user + " does not exist"};
+        const start_trouble trouble = trouble_of(error);
+        return error != 0 && trouble.how == program_end::not_now ? trouble
+                                                                 : start_trouble{"user " + user + " does not exist"};
     }
     if (found->pw_uid == geteuid())
     {
@@ -275,9 +276,9 @@ void server::drop_session(session_id id)
     held_.erase(found);
 }
 
-void server::verify(session_id session, std::int32_t process, const std::string &hash, secret password)
+void server::verify(session_id session, const peer &who, const std::string &hash, secret password)
 {
-    passwords_.check(session, process, hash, std::move(password));
+    passwords_.check(session, who.uid, who.pid, hash, std::move(password));
 }
 
 void server::start_program(const program_entry &program, const std::string &local_alias)

@@ -25,7 +25,7 @@ void exchange::grant(connection &to, const wire::allocate &wanted, const route &
     session_id id = last_session_;
     const lu_entry *local = config_.find_lu(way.local);
     const lu_entry *partner = config_.find_lu(way.partner);
-    if (local == nullptr || partner == nullptr || !world_.open_session(id))
+    if (local == nullptr || partner == nullptr || !attach_quota_left(to.who) || !world_.open_session(id))
     {
         answer_allocation(to.id, wanted.head.correlation, wire::rc_allocation_error,
                           wire::rc_allocation_failure_retry);
@@ -133,10 +133,27 @@ void exchange::check_attach(session &s, milliseconds now)
         s.user_known = user != nullptr;
         s.state = session_state::checking;
         s.since = now;
-        world_.verify(s.id, s.allocated_by.pid, hash, std::move(s.password));
+        world_.verify(s.id, s.allocated_by, hash, std::move(s.password));
         return;
     }
     place_attach(s, now);
+}
+
+void exchange::abandon(session_id id, milliseconds now)
+{
+    auto found = sessions_.find(id);
+    if (found == sessions_.end())
+    {
+        return;
+    }
+    if (found->second.state == session_state::granted)
+    {
+        attach(id, attach_seen::broken, now);
+    }
+    else if (found->second.state == session_state::checking || found->second.state == session_state::queued)
+    {
+        refuse(found->second, wire::sense_tp_not_available_retry, now);
+    }
 }
 
 void exchange::verified(session_id id, bool good, milliseconds now)
@@ -287,8 +304,9 @@ void exchange::program_ended(const std::string &tp_name, program_end how, millis
         start_program_for(sessions_.at(queue->second.waiting.begin()->second));
         return;
     }
-    // One that never accepted would be started in vain. It may have left the accepting to a process of its own that is on
-    // its way; one that failed has not, and unless somebody else serves the name its clients need not wait in vain too.
+    // One that never accepted would be started in vain. It may have left the accepting to a process of its own that
+    // is on its way; one that failed has not, and unless somebody else serves the name its clients need not wait in
+    // vain too.
     if (how == program_end::done || names_.contains(tp_name))
     {
         return;

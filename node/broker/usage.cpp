@@ -48,4 +48,10 @@ bool exchange::conversation_quota_left(const peer &who) const
            usage_of_user(who).conversations < config_.conversations_per_user;
 }
 
+bool exchange::attach_quota_left(const peer &who) const
+{
+    return usage_of_process(who).held < config_.attaches_per_process &&
+           usage_of_user(who).held < config_.attaches_per_user;
+}
+
 } // namespace broker

@@ -86,7 +86,8 @@ bool conversation_verb(u16 opcode)
     }
 }
 
-// True when the verb can block in its own read: it waits for input alone, and nobody needs this thread for anything else.
+// True when the verb can block in its own read: it waits for input alone, and nobody needs this thread for anything
+// else.
 static bool may_block(conversation *conv, short events)
 {
     if (events != POLLIN || conv->at == phase::write || !runtime_may_block())

@@ -112,8 +112,8 @@ short begin_send_data(conversation *conv)
     conv->sending = true;
     if (!conv->plan.flush)
     {
-        // While a program only gathers, it learns of a request to send when a new buffer is begun, but not right after a
-        // receive, which has just read the input; and when it has not looked for a while.
+        // While a program only gathers, it learns of a request to send when a new buffer is begun, but not right
+        // after a receive, which has just read the input; and when it has not looked for a while.
         const bool small = verb.length < long_send;
         if (small && ((conv->out == nullptr && !first) || look_is_due(conv)) && news_waiting(conv))
         {
@@ -263,8 +263,8 @@ short begin_test_rts(conversation *conv)
 
 // ---- going on ----------------------------------------------------------------------------------------------------
 
-// Whoever has the turn reads while it waits to write: the partner's error ends the verb, and what our own error has made
-// void is cleared away, so that two ends that both write do not wait for each other. An end has no use for news.
+// Whoever has the turn reads while it waits to write: the partner's error ends the verb, and what our own error has
+// made void is cleared away, so that two ends that both write do not wait for each other. An end has no use for news.
 bool reads_while_writing(const conversation *conv)
 {
     const lu62::state now = conv->engine.now;

@@ -4,6 +4,7 @@
 #include "client/counters.hpp"
 #include "client/export.hpp"
 #include "client/problems.hpp"
+#include "client/shared_file.hpp"
 #include "client/start.hpp"
 #include "client/system.hpp"
 #include "wire/directory.hpp"
@@ -285,12 +286,8 @@ bool greet(int socket, int table)
 
 } // namespace
 
-bool link_open()
+static bool open_link()
 {
-    if (broker.fd >= 0)
-    {
-        return true;
-    }
     // A broker that is just leaving may still take a connection; the next one is then another broker's.
     for (int attempt = 0; attempt < 3; attempt++)
     {
@@ -337,6 +334,15 @@ bool link_open()
     }
     report_problem(problem_no_connection, 0, "the broker does not answer the greeting as it should", "");
     return false;
+}
+
+bool link_open()
+{
+    if (broker.fd < 0)
+    {
+        shared_files_reached(open_link());
+    }
+    return broker.fd >= 0;
 }
 
 void link_trace_before_open()
@@ -437,13 +443,14 @@ bool link_record(wire::node_file_kind file, const char *record, std::size_t size
     {
         return false;
     }
-    while (size != 0)
+    for (bool first = true; size != 0; first = false)
     {
         std::size_t piece = size < piece_most ? size : piece_most;
         auto *head = new (message) wire::record{};
         head->head = {static_cast<std::uint16_t>(wire::message_kind::record), 0,
                       static_cast<std::uint32_t>(sizeof *head + piece), 0};
         head->file = static_cast<std::uint32_t>(file);
+        head->begins = first ? 1 : 0;
         head->more = piece < size ? 1 : 0;
         head->text_length = static_cast<std::uint32_t>(piece);
         std::memcpy(message + sizeof *head, record, piece);

@@ -1,6 +1,7 @@
 // link.hpp - the connection to the broker: messages out, replies in, each to the request it answers.
 //
-// lock: held throughout. Replies are read by whoever delivers what is due, so a request's routine may run in any thread.
+// lock: held throughout. Replies are read by whoever delivers what is due, so a request's routine may run in any
+// thread.
 #pragma once
 
 #include "client/state.hpp"
@@ -47,8 +48,8 @@ bool link_post(request &r, wire::message_head &message, std::size_t size, wire::
 bool request_reserve(request &r);
 void request_release(request &r); // before the record goes; without a descriptor nothing happens
 
-// Sends a request and waits, with the lock given up, for its reply, which is copied to `reply` (`size` bytes, the size of
-// the expected kind).
+// Sends a request and waits, with the lock given up, for its reply, which is copied to `reply` (`size` bytes, the
+// size of the expected kind).
 enum class called
 {
     answered,

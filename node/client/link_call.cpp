@@ -9,7 +9,8 @@ namespace client {
 
 namespace {
 
-// A request whose sender waits for it. It is in memory of its own: the answer may come when the sender has been cancelled.
+// A request whose sender waits for it. It is in memory of its own: the answer may come when the sender has been
+// cancelled.
 struct call
 {
     request r; // first: `done` gets it

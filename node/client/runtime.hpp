@@ -35,21 +35,21 @@ struct runtime_waiter
     runtime_waiter **link;
 };
 
-// Gives the lock up, waits, takes the lock back. fd: waited for with `events` (POLLIN, POLLOUT), -1: none. timeout_ms: -1
-// is no limit. Returns what poll() said of fd, or 0 when the wait ended for another reason: a kick, the time limit,
-// a signal, something else was delivered. A kick that came before the wait ends it at once.
+// Gives the lock up, waits, takes the lock back. fd: waited for with `events` (POLLIN, POLLOUT), -1: none.
+// timeout_ms: -1 is no limit. Returns what poll() said of fd, or 0 when the wait ended for another reason: a kick,
+// the time limit, a signal, something else was delivered. A kick that came before the wait ends it at once.
 short runtime_wait(runtime_waiter &waiter, int fd, short events, int timeout_ms);
 
-// Ends the wait that a waiter is in, or the next one. A thread inside runtime_receive() is got out of it by shutting the
-// descriptor down for reading: only for a conversation that is over.
+// Ends the wait that a waiter is in, or the next one. A thread inside runtime_receive() is got out of it by shutting
+// the descriptor down for reading: only for a conversation that is over.
 void runtime_kick(runtime_waiter &waiter);
 
 // This thread is busy with bytes that bring its program nothing, and its partner sends ever more of them: its next wait
 // begins with a rest if others want the lock, which else it might take again before any of them is awake.
 void runtime_rest();
 
-// A count that goes up all the time, some 10^9 a second or a few times that: how long ago something was, roughly, and for
-// next to nothing.
+// A count that goes up all the time, some 10^9 a second or a few times that: how long ago something was, roughly, and
+// for next to nothing.
 std::uint64_t runtime_ticks();
 
 // ---- blocking in a receive ----------------------------------------------------------------------------------------

@@ -1,8 +1,8 @@
 // setup.cpp - ALLOCATE, RECEIVE_ALLOCATE, CANCEL_CONVERSATION.
 //
-// An allocation or accept in progress is an `operation`: a request to the broker and the verb that waits for it. The two
-// can part: a cancelled verb is complete at once, while the broker may be answering the request at that very moment.
-// The operation then lives on until the answer has come, and gives back what it brings.
+// An allocation or accept in progress is an `operation`: a request to the broker and the verb that waits for it. The
+// two can part: a cancelled verb is complete at once, while the broker may be answering the request at that very
+// moment. The operation then lives on until the answer has come, and gives back what it brings.
 #include "client/setup.hpp"
 
 #include "client/conversation.hpp"

@@ -6,6 +6,7 @@
 #include "client/text.hpp"
 
 #include <cstring>
+#include <new>
 
 namespace client {
 
@@ -53,11 +54,66 @@ struct files_system
 };
 files_system files;
 
+// Records that wait for the broker of a node of another user.
+struct early_record
+{
+    wire::node_file_kind kind;
+    u32 size; // of the text that follows
+};
+alignas(early_record) char early[16384];
+u32 early_used;
+bool early_lost; // one had no room
+
+void keep_early(wire::node_file_kind kind, const char *record, u32 size)
+{
+    const u32 room = (static_cast<u32>(sizeof(early_record)) + size + 7) / 8 * 8;
+    if (room > sizeof early - early_used)
+    {
+        early_lost = true;
+        return;
+    }
+    new (early + early_used) early_record{kind, size};
+    std::memcpy(early + early_used + sizeof(early_record), record, size);
+    early_used += room;
+}
+
+// The program is not connected, and only the broker may write the files.
+bool waits_for_broker()
+{
+    char directory[wire::max_directory + 1];
+    return broker.fd < 0 && wire::node_directory(directory) &&
+           wire::directory_check(directory, false) == wire::directory_state::of_another;
+}
+
 } // namespace
+
+void shared_files_reached(bool reached)
+{
+    wire::node_file lost = {wire::node_file_kind::problem_log, -1};
+    for (u32 at = 0; at < early_used;)
+    {
+        early_record head;
+        std::memcpy(&head, early + at, sizeof head);
+        if (reached)
+        {
+            link_record(head.kind, early + at + sizeof head, head.size);
+        }
+        lost.kind = head.kind;
+        at += (static_cast<u32>(sizeof head) + head.size + 7) / 8 * 8;
+    }
+    if (early_lost || (early_used != 0 && !reached))
+    {
+        warn(lost, reached ? "there was no room for them before the node was reached"
+                           : wire::directory_advice(wire::directory_state::of_another));
+    }
+    early_used = 0;
+    early_lost = false;
+}
 
 bool shared_file_prepare(wire::node_file &file, u32 size, u32 limit)
 {
-    return broker.of_another || wire::node_file_prepare(files, file, size, limit);
+    return broker.of_another || (file.fd < 0 && waits_for_broker()) ||
+           wire::node_file_prepare(files, file, size, limit);
 }
 
 bool shared_file_append(wire::node_file &file, const char *record, u32 size, u32 limit)
@@ -72,6 +128,11 @@ bool shared_file_append(wire::node_file &file, const char *record, u32 size, u32
         }
         warn(file, why);
         return false;
+    }
+    if (!broker.of_another && file.fd < 0)
+    {
+        keep_early(file.kind, record, size);
+        return true;
     }
     if (broker.of_another)
     {

@@ -73,8 +73,8 @@ bool runnable(const char *path)
     return access(path, X_OK) == 0;
 }
 
-// Where cpicnoded is: CPIC_NODED; beside this library, as it is built and as it is installed; PATH. The variables do not
-// count in a set-user-ID program: they would let its caller choose what it runs.
+// Where cpicnoded is: CPIC_NODED; beside this library, as it is built and as it is installed; PATH. The variables do
+// not count in a set-user-ID program: they would let its caller choose what it runs.
 bool find_program(char (&path)[PATH_MAX])
 {
     const char *named = secure_getenv("CPIC_NODED");

@@ -3,8 +3,8 @@
 
 namespace client {
 
-// A connected socket to the broker, or -1 when none is to be had; the problem log says why. Where the directory belongs to
-// another user no broker is started. Waits; touches no state, so the lock does not matter.
+// A connected socket to the broker, or -1 when none is to be had; the problem log says why. Where the directory
+// belongs to another user no broker is started. Waits; touches no state, so the lock does not matter.
 int broker_reach(bool &of_another);
 
 } // namespace client

@@ -1,5 +1,5 @@
-// tables.hpp - handle tables: records that are named by a 32-bit handle. The library's own tables (vtm_*) and those of the
-// runtime (conversations, TPs, wait objects, requests to the broker) are the same thing.
+// tables.hpp - handle tables: records that are named by a 32-bit handle. The library's own tables (vtm_*) and those
+// of the runtime (conversations, TPs, wait objects, requests to the broker) are the same thing.
 //
 // lock: held throughout.
 #pragma once
@@ -8,9 +8,9 @@
 
 namespace client {
 
-// A handle is the entry's number plus one in the low 20 bits and the entry's generation above. The generation goes up with
-// every release, and a released entry rests until 256 others have been released after it, or the table is full; so a
-// handle comes back after a million uses of the table at the earliest.
+// A handle is the entry's number plus one in the low 20 bits and the entry's generation above. The generation goes up
+// with every release, and a released entry rests until 256 others have been released after it, or the table is full;
+// so a handle comes back after a million uses of the table at the earliest.
 inline constexpr u32 table_index_bits = 20;
 inline constexpr u32 table_capacity = (1u << table_index_bits) - 1;
 inline constexpr u32 table_rest = 256;

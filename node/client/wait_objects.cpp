@@ -1,4 +1,5 @@
-// wait_objects.cpp - what the library sleeps on and wakes. Lock held throughout; a sleeper gives it up in runtime_wait().
+// wait_objects.cpp - what the library sleeps on and wakes. Lock held throughout; a sleeper gives it up in
+// runtime_wait().
 #include "client/export.hpp"
 #include "client/state.hpp"
 #include "client/system.hpp"

@@ -17,8 +17,8 @@ namespace client {
 
 const u32 always_alive = 1;
 
-runtime_state runtime = {PTHREAD_MUTEX_INITIALIZER, PTHREAD_COND_INITIALIZER, 0, false, false, 0, &always_alive, {}, -1, 0,
-                         0, nullptr, {}, {}, {}, nullptr};
+runtime_state runtime = {PTHREAD_MUTEX_INITIALIZER, PTHREAD_COND_INITIALIZER, 0, false, false, 0, &always_alive, {}, -1,
+                         0, 0, nullptr, {}, {}, {}, nullptr};
 
 // What vpm_lock() seldom does stands in functions of its own, here and below: every call pays for the rest of it.
 [[gnu::noinline]] static void lock_await()
@@ -178,9 +178,9 @@ bool look_is_due()
     return sys_monotonic() - last_look >= look_at_least;
 }
 
-// A call begins and the broker has gone. A program without conversations is to find a new one by this very call: true. One
-// with conversations will most likely use them, and is to see them fail; were it told of the loss first, they would be
-// unknown. A routine of a verb that ends with the path may wait, so this counts as a call of its own.
+// A call begins and the broker has gone. A program without conversations is to find a new one by this very call:
+// true. One with conversations will most likely use them, and is to see them fail; were it told of the loss first,
+// they would be unknown. A routine of a verb that ends with the path may wait, so this counts as a call of its own.
 [[gnu::noinline]] bool lose_path()
 {
     const bool none_open = runtime.conversations.used == 0;
@@ -194,8 +194,8 @@ bool look_is_due()
     return none_open;
 }
 
-// The callback frees the library's records: it must not run under a call that still uses them. All those calls have been
-// woken and leave.
+// The callback frees the library's records: it must not run under a call that still uses them. All those calls have
+// been woken and leave.
 [[gnu::noinline]] void deliver_path()
 {
     while (runtime.path_due && runtime.calls != 0)

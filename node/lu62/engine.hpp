@@ -105,8 +105,8 @@ plan plan_confirm(engine &e);
 plan plan_confirmed(engine &e); // sends REPLY
 plan plan_prepare_to_receive(engine &e, std::uint8_t type);
 plan plan_deallocate(engine &e, std::uint8_t type);
-// type: 0 program, 1 service. direction: 1 the error is in what this end was sending; counts in send pending state. When
-// the plan's error_flags have flag_purging, the owner calls purge_begin() before it looks at the input.
+// type: 0 program, 1 service. direction: 1 the error is in what this end was sending; counts in send pending state.
+// When the plan's error_flags have flag_purging, the owner calls purge_begin() before it looks at the input.
 plan plan_send_error(engine &e, std::uint8_t type, std::uint8_t direction);
 // The plan of a receive in send state gives the turn first; in receive state nothing travels.
 plan plan_receive(engine &e, bool immediate);

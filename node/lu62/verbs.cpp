@@ -84,7 +84,8 @@ struct send_rule
     bool boundary; // must end at a record boundary
 };
 
-// By send type byte, for sync level none; the rows of types 4 and 6 with confirmation are beside them in plan_send_data.
+// By send type byte, for sync level none; the rows of types 4 and 6 with confirmation are beside them in
+// plan_send_data.
 constexpr send_rule send_rules[] = {
     {input_row::send_data, false},
     {input_row::flush, false},

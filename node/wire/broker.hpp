@@ -125,9 +125,9 @@ struct hello
     // a descriptor may follow: a counter_table. No other message of a program brings one.
 };
 
-// What a program counts of its conversations, for the operator: memory of its own (memfd, sealed against shrinking) that
-// the broker maps read-only. The program writes a slot at the end of each verb, with plain stores and no word to the
-// broker, which looks when somebody asks and believes nothing of it.
+// What a program counts of its conversations, for the operator: memory of its own (memfd, sealed against shrinking)
+// that the broker maps read-only. The program writes a slot at the end of each verb, with plain stores and no word to
+// the broker, which looks when somebody asks and believes nothing of it.
 struct conversation_counters
 {
     std::uint32_t session;   // 0: the slot is free
@@ -173,8 +173,9 @@ struct control_page
     std::uint32_t audit_log_limit;    // bytes; 0: no limit
     std::uint32_t trace_file_limit;   // bytes; 0: no limit
     std::uint32_t zero[8];
-    // The first word of a robust mutex that the broker holds for as long as it lives. When it ends, in whatever way, the
-    // kernel takes its number out of the word: whoever reads it knows, for nothing, whether there still is a broker.
+    // The first word of a robust mutex that the broker holds for as long as it lives. When it ends, in whatever way,
+    // the kernel takes its number out of the word: whoever reads it knows, for nothing, whether there still is a
+    // broker.
     std::uint32_t life; // life_mask bits: 0: the broker has gone
     std::uint32_t rest_of_mutex[15];
 };
@@ -304,15 +305,15 @@ struct control_reply
     std::uint32_t text_length;
 };
 
-// record: part of a record, or all of it, for one of the node's files. The parts of one follow each other without another
-// record between them.
+// record: part of a record, or all of it, for one of the node's files. The parts of one follow each other without
+// another record between them.
 struct record
 {
     message_head head;         // correlation 0
     std::uint32_t file;        // node_file_kind
+    std::uint32_t begins;      // 1: the first part; what has not been ended before it is void
     std::uint32_t more;        // 1: the next one goes on with it
     std::uint32_t text_length; // characters that follow, no terminating zero
-    std::uint32_t zero;
 };
 
 // Which side sent a message.

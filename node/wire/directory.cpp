@@ -93,8 +93,8 @@ const char *directory_advice(directory_state state)
     case directory_state::not_a_directory:
         return "it is not a directory; remove what stands there, or name another in CPIC_NODE_DIR";
     case directory_state::not_ours:
-        return "it belongs to another user; name a directory of your own in CPIC_NODE_DIR, or, to use that user's node, "
-               "the user in CPIC_NODE_USER";
+        return "it belongs to another user; name a directory of your own in CPIC_NODE_DIR, or, to use that user's "
+               "node, the user in CPIC_NODE_USER";
     case directory_state::open_to_others:
         return "users beside its owner may write to it; run chmod go-w on it, or name another in CPIC_NODE_DIR";
     case directory_state::failed:

@@ -1,8 +1,8 @@
 // directory.hpp - where a node lives: the one rule by which programs, broker and control program find each other. libc
 // only, because the client library carries it too. No state, no lock.
 //
-// The directory belongs to one user, whose node it is. Programs of another user take part only where they trust that user:
-// root, and whoever CPIC_NODE_USER names; they make nothing in the directory and start no broker there.
+// The directory belongs to one user, whose node it is. Programs of another user take part only where they trust that
+// user: root, and whoever CPIC_NODE_USER names; they make nothing in the directory and start no broker there.
 //
 // Files in a node's directory: broker.sock (the broker's socket), broker.lock (held by the broker for life),
 // start.lock (held while somebody starts a broker), broker.log, node.toml (configuration, when there is one),

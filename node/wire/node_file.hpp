@@ -1,7 +1,7 @@
-// node_file.hpp - a text file in a node's directory that several processes append to: the problem log, the audit log, the
-// trace file. A record is one write at the end of the file, so records of different writers never mix. A file that would
-// pass its limit is renamed to NAME.1, and a new one begun. Programs of the node's own user write themselves; for those of
-// other users the broker writes.
+// node_file.hpp - a text file in a node's directory that several processes append to: the problem log, the audit log,
+// the trace file. A record is one write at the end of the file, so records of different writers never mix. A file
+// that would pass its limit is renamed to NAME.1, and a new one begun. Programs of the node's own user write
+// themselves; for those of other users the broker writes.
 //
 // Nothing here waits for another process: one that is stopped in the middle of renaming keeps the others from renaming
 // too, and the file grows past its limit until it goes on.
@@ -39,7 +39,9 @@ inline constexpr std::uint32_t node_file_kinds = 3;
 
 inline const char *node_file_name(node_file_kind kind)
 {
-    return kind == node_file_kind::problem_log ? "problem.log" : kind == node_file_kind::audit_log ? "audit.log" : "cpic.trc";
+    return kind == node_file_kind::problem_log ? "problem.log"
+           : kind == node_file_kind::audit_log ? "audit.log"
+                                               : "cpic.trc";
 }
 
 struct node_file
@@ -105,8 +107,8 @@ void node_file_rotate(System &system, node_file &file)
     node_file_close(system, file); // gives the lock up as well
 }
 
-// Opens the file if it is not open, and makes room for a record of `size` bytes under `limit` (bytes; 0: none). False: it
-// cannot be opened; errno says why, or, when that is 0, the node's directory cannot be used.
+// Opens the file if it is not open, and makes room for a record of `size` bytes under `limit` (bytes; 0: none).
+// False: it cannot be opened; errno says why, or, when that is 0, the node's directory cannot be used.
 template <class System>
 bool node_file_prepare(System &system, node_file &file, std::uint32_t size, std::uint32_t limit)
 {

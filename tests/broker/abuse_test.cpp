@@ -178,17 +178,16 @@ TEST_F(abused_node, ThousandsOfConnectionsOfOneProcess)
             made += flood.back()->connected();
         }
         // All but its share have been ended.
-        int ended = 0;
-        for (auto &one : flood)
-        {
-            if (one->connected())
+        bool most_ended = wait_until([&] {
+            int ended = 0;
+            for (auto &one : flood)
             {
                 char byte;
-                sleep_ms(ended == 0 ? 100 : 0);
-                ended += recv(one->fd(), &byte, 1, MSG_DONTWAIT) == 0;
+                ended += one->connected() && recv(one->fd(), &byte, 1, MSG_DONTWAIT) == 0;
             }
-        }
-        kill(getpid(), made > 1000 && ended > made - 200 ? SIGSTOP : SIGKILL);
+            return ended > made - 200;
+        });
+        kill(getpid(), made > 1000 && most_ended ? SIGSTOP : SIGKILL);
         _exit(0);
     }
     int status = 0;
@@ -260,12 +259,15 @@ TEST_F(abused_node, AFloodOfAttachesIsRefusedAndForgotten)
 }
 
 // A record for a file of the node, as programs of other users send it.
-bool send_record(client &from, wire::node_file_kind file, const std::string &text, bool more = false)
+bool send_record(client &from, wire::node_file_kind file, const std::string &text, bool begins = true,
+                 bool more = false)
 {
     std::vector<std::byte> bytes(sizeof(wire::record) + text.size());
     wire::record head{};
-    head.head = {static_cast<std::uint16_t>(wire::message_kind::record), 0, static_cast<std::uint32_t>(bytes.size()), 0};
+    head.head = {static_cast<std::uint16_t>(wire::message_kind::record), 0, static_cast<std::uint32_t>(bytes.size()),
+                 0};
     head.file = static_cast<std::uint32_t>(file);
+    head.begins = begins ? 1 : 0;
     head.more = more ? 1 : 0;
     head.text_length = static_cast<std::uint32_t>(text.size());
     std::memcpy(bytes.data(), &head, sizeof head);
@@ -284,8 +286,13 @@ TEST_F(abused_node, RecordsAreTextWhateverTheyWere)
     client bad(directory);
     bad.greet();
     ASSERT_TRUE(send_record(bad, wire::node_file_kind::problem_log, "one\x1B[2J\tand\xFF"));
-    ASSERT_TRUE(send_record(bad, wire::node_file_kind::trace, "first part, ", true));
-    ASSERT_TRUE(send_record(bad, wire::node_file_kind::trace, "second part\n"));
+    ASSERT_TRUE(send_record(bad, wire::node_file_kind::trace, "first part, ", true, true));
+    ASSERT_TRUE(send_record(bad, wire::node_file_kind::trace, "second part\n", false));
+    ASSERT_TRUE(send_record(bad, wire::node_file_kind::trace, "never ended", true, true));
+    ASSERT_TRUE(send_record(bad, wire::node_file_kind::audit_log, "whole\n"));
+    ASSERT_TRUE(send_record(bad, wire::node_file_kind::trace, "without a beginning\n", false));
+    bad.add_name("DONE"); // answered behind all of them
+    EXPECT_EQ(contents(directory + "/audit.log"), "whole\n");
     EXPECT_TRUE(wait_until([&] { return contents(directory + "/cpic.trc") == "first part, second part\n"; }));
     EXPECT_EQ(contents(directory + "/problem.log"), "one.[2J.and.\n");
 }
@@ -295,7 +302,7 @@ TEST_F(abused_node, ARecordWithoutEndOrForNoFileCostsItsSender)
     client endless(directory);
     endless.greet();
     const std::string part(60000, 'x');
-    for (int i = 0; i < 20 && send_record(endless, wire::node_file_kind::trace, part, true); ++i)
+    for (int i = 0; i < 20 && send_record(endless, wire::node_file_kind::trace, part, i == 0, true); ++i)
     {
     }
     EXPECT_TRUE(endless.closed_by_broker());
@@ -537,7 +544,7 @@ TEST_F(abused_node, MemoryThatRunsOutCostsThoseWhoAskForIt)
         {
             greedy.push_back(std::make_unique<client>(directory));
             greedy.back()->greet();
-            for (int k = 0; k < 8 && send_record(*greedy.back(), wire::node_file_kind::trace, part, true); ++k)
+            for (int k = 0; k < 8 && send_record(*greedy.back(), wire::node_file_kind::trace, part, k == 0, true); ++k)
             {
             }
         }

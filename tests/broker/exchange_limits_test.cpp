@@ -323,7 +323,7 @@ TEST(Quota, NamesThatAcceptsListCountOnceEachAndNotWithoutEnd)
     EXPECT_EQ(reply.head.correlation, correlation);
     EXPECT_EQ(reply.status.primary, wire::rc_unexpected_system_error);
     w.leave(server);
-    EXPECT_EQ(w.node.processes_counted(), 0u);
+    EXPECT_TRUE(w.node.usage_by_process().empty());
 }
 
 TEST(Reload, WhatIsInUseStaysAndIsNamed)
@@ -384,6 +384,36 @@ TEST(Reload, ARaisedLimitServesThoseWhoWait)
     w.node.reconfigure(with_limit(2), w.clock);
     EXPECT_EQ(w.allocation_reply(id).head.correlation, 11u);
     EXPECT_TRUE(w.silent(id));
+}
+
+// Counts again, from connections and sessions, what each process and each user has.
+void expect_usage(const exchange &books)
+{
+    std::map<std::int32_t, usage> by_process;
+    std::map<std::uint32_t, usage> by_user;
+    auto add = [&](const peer &who, std::uint32_t usage::*what, std::size_t count) {
+        if (count != 0)
+        {
+            by_process[who.pid].*what += static_cast<std::uint32_t>(count);
+            by_user[who.uid].*what += static_cast<std::uint32_t>(count);
+        }
+    };
+    for (const auto &[id, c] : books.connections())
+    {
+        add(c.who, &usage::connections, 1);
+        add(c.who, &usage::names, c.names.size());
+        add(c.who, &usage::conversations, c.sessions.size() + c.requests.size());
+        for (const auto &[correlation, r] : c.requests)
+        {
+            add(c.who, &usage::awaited, r.tp_names.size());
+        }
+    }
+    for (const auto &[id, s] : books.sessions())
+    {
+        add(s.allocated_by, &usage::held, s.state != session_state::connected && s.state != session_state::refused);
+    }
+    EXPECT_EQ(by_process, books.usage_by_process());
+    EXPECT_EQ(by_user, books.usage_by_user());
 }
 
 TEST(Reload, AMixOfProgramsLeavesNothingBehind)
@@ -458,6 +488,8 @@ TEST(Reload, AMixOfProgramsLeavesNothingBehind)
                 counted += count;
             }
             ASSERT_EQ(counted, w.node.sessions().size());
+            expect_usage(w.node);
+            ASSERT_FALSE(testing::Test::HasFailure()) << "round " << round << ", step " << step;
         }
         for (connection_id id : programs)
         {
@@ -469,7 +501,7 @@ TEST(Reload, AMixOfProgramsLeavesNothingBehind)
         EXPECT_TRUE(w.node.routes().empty());
         EXPECT_TRUE(w.node.names().empty());
         EXPECT_TRUE(w.open.empty());
-        EXPECT_EQ(w.node.processes_counted(), 0u);
+        EXPECT_TRUE(w.node.usage_by_process().empty());
         EXPECT_FALSE(w.node.next_deadline());
     }
 }

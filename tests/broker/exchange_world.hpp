@@ -58,15 +58,15 @@ struct world : outside
     }
     void drop_session(session_id session) override { open.erase(session); }
     void close_connection(connection_id connection, const char *) override { closed.insert(connection); }
-    void verify(session_id session, std::int32_t process, const std::string &hash, secret password) override
+    void verify(session_id session, const peer &who, const std::string &hash, secret password) override
     {
-        checks.push_back({session, process, hash, password.text()});
+        checks.push_back({session, who.pid, hash, password.text()});
     }
     void start_program(const program_entry &program, const std::string &local_alias) override
     {
         started.push_back(program.command + " " + local_alias);
     }
-    void record(connection_id, wire::node_file_kind file, bool more, std::string_view text) override
+    void record(connection_id, wire::node_file_kind file, bool, bool more, std::string_view text) override
     {
         records.push_back(std::string(wire::node_file_name(file)) + (more ? "... " : " ") + std::string(text));
     }

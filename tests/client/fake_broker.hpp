@@ -1,5 +1,5 @@
-// fake_broker.hpp - a broker inside the test: a thread that listens in a directory of its own and answers as the real one
-// does, or as a test wants it to: wrongly, with too many descriptors, not at all. And the fixture that uses it.
+// fake_broker.hpp - a broker inside the test: a thread that listens in a directory of its own and answers as the real
+// one does, or as a test wants it to: wrongly, with too many descriptors, not at all. And the fixture that uses it.
 #pragma once
 
 #include "node_verbs.h"

@@ -55,8 +55,8 @@ protected:
         }
     }
 
-    // How much the partner gets rid of while this thread asks for the lock, now and then: a measure of the wait that does
-    // not depend on how busy the machine is.
+    // How much the partner gets rid of while this thread asks for the lock, now and then: a measure of the wait that
+    // does not depend on how busy the machine is.
     void expect_the_lock()
     {
         unsigned long long sum = 0;

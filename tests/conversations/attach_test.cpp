@@ -1,5 +1,5 @@
-// attach_test.cpp - the road of an attach: each refusal with its return code, security, sessions that are used up, queues,
-// several programs with one name, names that go, service TP names.
+// attach_test.cpp - the road of an attach: each refusal with its return code, security, sessions that are used up,
+// queues, several programs with one name, names that go, service TP names.
 #include "conversations/harness.hpp"
 
 #include <csignal>

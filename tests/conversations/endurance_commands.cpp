@@ -1,4 +1,5 @@
-// endurance_commands.cpp - see endurance_commands.hpp. Each command runs in whichever thread of the test program was told.
+// endurance_commands.cpp - see endurance_commands.hpp. Each command runs in whichever thread of the test program was
+// told.
 //
 //   stress clients|servers THREADS ROUNDS SEED   a conversation for each thread, every other one basic, with data of
 //                                                all lengths and confirmation

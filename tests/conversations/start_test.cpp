@@ -107,7 +107,8 @@ TEST(Start, a_broken_configuration_starts_no_node_and_no_call_hangs)
     EXPECT_NE(start.output.find("node.toml:1"), std::string::npos) << start.output;
 }
 
-// A program learns the switch of the trace when it connects, which its first call does: that call is traced all the same.
+// A program learns the switch of the trace when it connects, which its first call does: that call is traced all the
+// same.
 TEST(Start, the_first_call_of_a_program_is_traced)
 {
     node home;

@@ -7,8 +7,8 @@
 //   fork COMMAND [ARGUMENT...] the same in a forked child; answered by the child's own line
 //
 // Conversations are named by slots 0 to 15, each with its own buffers, so that several threads can be busy at once.
-// Data to send is made from a seed; what went out and what came in is told as a number of bytes and a hash. Commands for
-// rough surroundings are in endurance_commands.cpp, those for the test of all states in state_commands.cpp.
+// Data to send is made from a seed; what went out and what came in is told as a number of bytes and a hash. Commands
+// for rough surroundings are in endurance_commands.cpp, those for the test of all states in state_commands.cpp.
 #include "conversations/endurance_commands.hpp"
 
 #include <cpic.h>
@@ -304,7 +304,8 @@ std::string pingpong_command(const arguments &words)
     return rc_only(pingpong(slot(words), integer(words.at(2)), integer(words.at(3)), 1));
 }
 
-// Runs `work` for slots 0 to count-1, each in its own thread; the first code that is not CM_OK, and how many there were.
+// Runs `work` for slots 0 to count-1, each in its own thread; the first code that is not CM_OK, and how many there
+// were.
 std::string in_threads(CM_INT32 count, const std::function<CM_INT32(conversation &, CM_INT32)> &work)
 {
     std::vector<std::thread> threads;

@@ -1,5 +1,5 @@
-// users_test.cpp - one node, programs of several users: who is let in, what the node starts as somebody else, and where the
-// records of programs go that may not write in the node's directory. Needs root, to be several users.
+// users_test.cpp - one node, programs of several users: who is let in, what the node starts as somebody else, and
+// where the records of programs go that may not write in the node's directory. Needs root, to be several users.
 #include "conversations/harness.hpp"
 
 #include <filesystem>
@@ -66,6 +66,20 @@ TEST_F(Users, an_allowed_user_takes_part_and_its_records_are_with_the_others)
     EXPECT_EQ(status.st_mode & 07777, 0600u);
     ASSERT_EQ(stat(home.directory().c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777, 0711u) << "to pass through, not to look around";
+}
+
+TEST_F(Users, the_first_call_of_another_user_is_traced_and_nobody_complains)
+{
+    node home(allowing(other_user));
+    home.start();
+    ASSERT_EQ(home.control({"trace", "on"}).code, 0);
+    const finished program = run(as_other({"sh", "-c", "echo cminit 0 ECHO | " CPIC_TEST_TP}), home.environment());
+    EXPECT_EQ(program.output, "0\n") << "the answer, and no word more";
+    tp own(home);
+    ASSERT_EQ(own("cmsltp ANOTHER").rc, 0); // behind the records of the other, which has ended
+    const std::string trace = home.log("cpic.trc");
+    EXPECT_NE(trace.find("CMINIT request"), std::string::npos) << trace;
+    EXPECT_LT(trace.find("CMINIT request"), trace.find("CMINIT response"));
 }
 
 TEST_F(Users, the_longest_trace_records_of_another_user_are_whole)

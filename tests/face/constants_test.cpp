@@ -1,5 +1,5 @@
-// constants_test.cpp - the constants of cpic.h against the numbers of the public standard. Programs are linked, and trace
-// files and logs are read, by these numbers; a change of one would show nowhere else.
+// constants_test.cpp - the constants of cpic.h against the numbers of the public standard. Programs are linked, and
+// trace files and logs are read, by these numbers; a change of one would show nowhere else.
 #include "cpic.h"
 
 #include <gtest/gtest.h>

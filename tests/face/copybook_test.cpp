@@ -1,5 +1,5 @@
-// copybook_test.cpp - the copybook against cpic.h: every constant of the header is a condition name with the same value,
-// and the copybook has no name of its own. Both are read as text.
+// copybook_test.cpp - the copybook against cpic.h: every constant of the header is a condition name with the same
+// value, and the copybook has no name of its own. Both are read as text.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -1,5 +1,5 @@
-// probe.hpp - one end of a conversation, with each verb checked against the state table as it returns: a refused one has
-// changed nothing, an allowed one leads where the table says, news lead where they must, and nothing else happens.
+// probe.hpp - one end of a conversation, with each verb checked against the state table as it returns: a refused one
+// has changed nothing, an allowed one leads where the table says, news lead where they must, and nothing else happens.
 #pragma once
 
 #include "fuzz/target.hpp"

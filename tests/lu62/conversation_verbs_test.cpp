@@ -27,7 +27,8 @@ TEST_F(Verbs, NothingTravelsBeforeTheFirstFlush)
     EXPECT_EQ(t.b->state(), 2);
 }
 
-// What an operator sees: states and bytes as the verbs leave them, also those of a send that only joins what is gathered.
+// What an operator sees: states and bytes as the verbs leave them, also those of a send that only joins what is
+// gathered.
 TEST_F(Verbs, CountersFollowEveryVerb)
 {
     wire::conversation_counters from{9, 9, 9, {}, 9, 9, {}};

@@ -1,5 +1,5 @@
-// set_values.cpp - the Set calls of characteristics that are numbers. Each is one line of rules over one body; the state
-// rule is in the call's row. Values are compared as unsigned numbers, so that a negative one is out of range.
+// set_values.cpp - the Set calls of characteristics that are numbers. Each is one line of rules over one body; the
+// state rule is in the call's row. Values are compared as unsigned numbers, so that a negative one is out of range.
 #include "core/frame.hpp"
 
 // Stores a value of 0 to `highest` unless the call's own cross-check forbids it.

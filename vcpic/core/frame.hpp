@@ -112,7 +112,8 @@ struct call_frame
 // CM_PROGRAM_PARAMETER_CHECK.
 CM_INT32 conversation_not_found(const u8 *conv_id, int detail);
 
-// Write a trace record: with the call's further inputs, called when trace_due(); with its outputs, called when trace_on().
+// Write a trace record: with the call's further inputs, called when trace_due(); with its outputs, called when
+// trace_on().
 void trace_request(const call_frame &call, const void *const (&in)[5]);
 void trace_response(const call_frame &call, const void *const (&out)[5]);
 

@@ -10,8 +10,8 @@ inline bool good_data_length(CM_INT32 length)
     return (static_cast<u32>(length) & ~u32{CPIC_MAX_DATA}) == 0;
 }
 
-// Drops log data that CMSLD replaced while the node was still sending it: parked in DeallcLogData with length 0 until the
-// verb is complete (send.cpp).
+// Drops log data that CMSLD replaced while the node was still sending it: parked in DeallcLogData with length 0 until
+// the verb is complete (send.cpp).
 void drop_parked_log(CCCB *cccb);
 
 // Drops the log data of a chained deallocation that is not to be, if there is any (send.cpp).

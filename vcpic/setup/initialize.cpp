@@ -17,9 +17,10 @@ static void choose_local_lu(CCCB *cccb)
     }
 }
 
-// Fills a new conversation from the side information of its symbolic destination. The node may give the lock up while it
-// is asked, and another thread that knows the new ID may end the conversation meanwhile: nothing of the record is touched
-// until it has been found again. *cccb is null when it is gone. False: no such destination, or no conversation any more.
+// Fills a new conversation from the side information of its symbolic destination. The node may give the lock up while
+// it is asked, and another thread that knows the new ID may end the conversation meanwhile: nothing of the record is
+// touched until it has been found again. *cccb is null when it is gone. False: no such destination, or no
+// conversation any more.
 static bool fill_from_side_info(CCCB **cccb, const u8 *sym_dest_name)
 {
     const u32 handle = (*cccb)->CCCBhandle;

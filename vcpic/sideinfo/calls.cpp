@@ -1,6 +1,6 @@
-// calls.cpp - XCMSSI, XCMESI, XCMDSI: a program's own definitions of symbolic destinations. The caller's entry is ASCII,
-// 124 bytes; the stored one is what cache.cpp keeps. Keys and entry numbers are accepted and not looked at: an entry is
-// known by its name alone.
+// calls.cpp - XCMSSI, XCMESI, XCMDSI: a program's own definitions of symbolic destinations. The caller's entry is
+// ASCII, 124 bytes; the stored one is what cache.cpp keeps. Keys and entry numbers are accepted and not looked at: an
+// entry is known by its name alone.
 #include "core/frame.hpp"
 #include "sideinfo/entry.hpp"
 

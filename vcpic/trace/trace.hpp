@@ -33,8 +33,8 @@ void seputrcp_d(u16 kind, u16 call, const CCCB *cccb, const void *a1, const void
 } // extern "C"
 #pragma GCC visibility pop
 
-// True when API trace is on: the test that a call pays for the trace on its way out. On its way in it also looks whether
-// the trace has been prepared.
+// True when API trace is on: the test that a call pays for the trace on its way out. On its way in it also looks
+// whether the trace has been prepared.
 inline bool trace_on()
 {
     return (ptrc[PTRC_API_BYTE] & PTRC_API_BIT) != 0;
