@@ -69,9 +69,12 @@ TEST_F(answers, ThatNobodyReadsTakeABoundedAmountOfMemory)
         ask(*lazy.back());
     }
     expect_service(); // served behind them
-    long grown = broker_memory("VmRSS") - before;
     ASSERT_GT(60 * size, 48u << 20) << "the answers are too short to show anything";
-    EXPECT_LT(grown, 24 << 10) << "kilobytes";
+#ifndef __SANITIZE_ADDRESS__ // which keeps what has been freed
+    EXPECT_LT(broker_memory("VmRSS") - before, 24 << 10) << "kilobytes";
+#else
+    EXPECT_GT(before, 0);
+#endif
     // Those who do not read make room for one who does.
     EXPECT_TRUE(wait_until([&] {
         finished result = tool({"show", "conversations", "--json"});

@@ -119,7 +119,9 @@ TEST_F(started, WhatTheBrokerHasFromItsOwnCallerGoesNoFurther)
     EXPECT_EQ(environment.find("NOTIFY_SOCKET"), std::string::npos);
     // It has the limits that the broker was started with; the broker writes no passwords into a core file.
     EXPECT_EQ(limit_of(pid, "Max open files"), "100");
+#ifndef __SANITIZE_ADDRESS__ // which takes the core file away from the broker before it begins
     EXPECT_EQ(limit_of(pid, "Max core file size"), "4096");
+#endif
     EXPECT_EQ(limit_of(broker, "Max open files"), "200");
     EXPECT_EQ(limit_of(broker, "Max core file size"), "0");
     kill(pid, SIGKILL);
