@@ -339,15 +339,7 @@ TEST_F(abused_node, UnknownCommandsOfTheOperator)
     for (const std::string &command : {std::string("frobnicate"), std::string(60'000, 'x'), std::string("show"),
                                        std::string("\x00\xFF\n", 3)})
     {
-        std::vector<std::byte> bytes(sizeof(wire::control) + command.size());
-        wire::control head{};
-        head.head = {static_cast<std::uint16_t>(wire::message_kind::control), 0,
-                     static_cast<std::uint32_t>(bytes.size()), 5};
-        head.text_length = static_cast<std::uint32_t>(command.size());
-        head.json = 1;
-        std::memcpy(bytes.data(), &head, sizeof head);
-        std::memcpy(bytes.data() + sizeof head, command.data(), command.size());
-        ASSERT_TRUE(bad.send_bytes(bytes));
+        ASSERT_TRUE(bad.ask(command));
         bool more = true;
         while (more)
         {

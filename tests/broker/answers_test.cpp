@@ -32,19 +32,6 @@ struct answers : abused_node
             close(taken.descriptors.at(0));
         }
     }
-    void ask(client &from)
-    {
-        const std::string command = "show conversations";
-        std::vector<std::byte> bytes(sizeof(wire::control) + command.size());
-        wire::control head{};
-        head.head = {static_cast<std::uint16_t>(wire::message_kind::control), 0,
-                     static_cast<std::uint32_t>(bytes.size()), 5};
-        head.text_length = static_cast<std::uint32_t>(command.size());
-        head.json = 1;
-        std::memcpy(bytes.data(), &head, sizeof head);
-        std::memcpy(bytes.data() + sizeof head, command.data(), command.size());
-        EXPECT_TRUE(from.send_bytes(bytes));
-    }
 
     std::optional<client> server;
     std::optional<client> caller;
@@ -66,7 +53,7 @@ TEST_F(answers, ThatNobodyReadsTakeABoundedAmountOfMemory)
     {
         lazy.push_back(std::make_unique<client>(directory));
         lazy.back()->greet();
-        ask(*lazy.back());
+        EXPECT_TRUE(lazy.back()->ask("show conversations"));
     }
     expect_service(); // served behind them
     ASSERT_GT(60 * size, 48u << 20) << "the answers are too short to show anything";
@@ -88,7 +75,7 @@ TEST_F(answers, ThatNobodyReadsEndTheirConnections)
 {
     client lazy(directory);
     lazy.greet();
-    ask(lazy);
+    EXPECT_TRUE(lazy.ask("show conversations"));
     EXPECT_TRUE(wait_until([&] {
         return log().find("it does not read the answer that it has asked for") != std::string::npos;
     }));

@@ -302,6 +302,19 @@ received client::allocate(const char *tp_name, std::uint32_t correlation)
     return next();
 }
 
+bool client::ask(const std::string &command)
+{
+    std::vector<std::byte> bytes(sizeof(wire::control) + command.size());
+    wire::control head{};
+    head.head = {static_cast<std::uint16_t>(wire::message_kind::control), 0, static_cast<std::uint32_t>(bytes.size()),
+                 5};
+    head.text_length = static_cast<std::uint32_t>(command.size());
+    head.json = 1;
+    std::memcpy(bytes.data(), &head, sizeof head);
+    std::memcpy(bytes.data() + sizeof head, command.data(), command.size());
+    return send_bytes(bytes);
+}
+
 bool client::accept(const char *tp_name, std::uint32_t correlation)
 {
     std::vector<std::byte> bytes(sizeof(wire::accept) + wire::tp_name_size);

@@ -99,6 +99,7 @@ public:
     void add_name(const char *name);
     received allocate(const char *tp_name, std::uint32_t correlation = 10);
     bool accept(const char *tp_name, std::uint32_t correlation = 20);
+    bool ask(const std::string &command); // of the operator, in JSON; the answer is left to be read
 
 private:
     int fd_ = -1;
